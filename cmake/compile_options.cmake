@@ -1,0 +1,37 @@
+# Compile options by what the code is for: product code lives without the C++ runtime; tools, the
+# engine and the tests are ordinary C++ with the same warnings.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_EXTENSIONS ON)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(common_options INTERFACE)
+target_include_directories(common_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(
+  common_options
+  INTERFACE
+    -Wall -Wextra -Wformat=2 -Wshadow -Wcast-align -Wimplicit-fallthrough -Wundef -Wvla
+    $<$<COMPILE_LANGUAGE:C>:-Wmissing-prototypes>
+    $<$<COMPILE_LANGUAGE:CXX>:-Wmissing-declarations -Wnon-virtual-dtor>
+)
+if(SANITIZE)
+  target_compile_options(
+    common_options
+    INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer
+  )
+  target_link_options(common_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+# Linked by the C driver: nothing here may need libstdc++.
+add_library(product_options INTERFACE)
+target_link_libraries(product_options INTERFACE common_options)
+target_compile_options(
+  product_options
+  INTERFACE
+    -ffunction-sections -fdata-sections
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+)
+target_link_options(product_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)

@@ -1,0 +1,116 @@
+#include "common/command.h"
+
+#include <cctype>
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+// A command line under construction; remembers whether everything fitted.
+class CommandLine {
+  public:
+    explicit CommandLine(std::size_t size)
+        : size_(size < kLargestCommand ? size : kLargestCommand) {}
+
+    void add(char c) {
+        if (length_ + 1 < size_) {
+            text_[length_] = c;
+            text_[++length_] = '\0';
+        } else {
+            fits_ = false;
+        }
+    }
+
+    void add(std::string_view text) {
+        for (const char c : text)
+            add(c);
+    }
+
+    template <typename Integer>
+    void add_number(Integer value) {
+        char digits[16];
+        const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    }
+
+    void add_word(std::string_view text) {
+        if (is_plain(text)) {
+            add(text);
+            return;
+        }
+        add('\'');
+        for (const char c : text) {
+            if (c == '\'')
+                add("'\\''");
+            else
+                add(c);
+        }
+        add('\'');
+    }
+
+    [[nodiscard]] bool fits() const { return fits_; }
+    [[nodiscard]] const char *text() const { return text_; }
+
+  private:
+    static bool is_plain(std::string_view text) {
+        if (text.starts_with('-'))
+            return false;
+        for (const char c : text) {
+            if (isalnum(static_cast<unsigned char>(c)) == 0 && strchr("_./:@%+=,-", c) == nullptr)
+                return false;
+        }
+        return true;
+    }
+
+    std::size_t size_;
+    std::size_t length_ = 0;
+    bool fits_ = true;
+    char text_[kLargestCommand] = "";
+};
+
+// False when the format asks for a conversion that the runner does not have.
+bool expand(CommandLine &line, const char *format, va_list arguments) {
+    for (const char *c = format; *c != '\0'; ++c) {
+        if (*c != '%') {
+            line.add(*c);
+            continue;
+        }
+        switch (*++c) {
+        case 's':
+            line.add_word(va_arg(arguments, const char *));
+            break;
+        case 'd':
+            line.add_number(va_arg(arguments, int));
+            break;
+        case 'u':
+            line.add_number(va_arg(arguments, unsigned int));
+            break;
+        case '%':
+            line.add('%');
+            break;
+        default:
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int run_shell(const char *command_line) {
+    fflush(stdout);
+    return system(command_line);
+}
+
+int run_command(std::size_t buffer_size, const char *format, ...) {
+    CommandLine line(buffer_size);
+    va_list arguments;
+    va_start(arguments, format);
+    const bool understood = expand(line, format, arguments);
+    va_end(arguments);
+    return understood && line.fits() ? run_shell(line.text()) : -1;
+}

@@ -1,0 +1,23 @@
+// The one place where commands are run.
+#pragma once
+
+#include <cstddef>
+
+// The largest command that any caller can ask room for, terminator included.
+constexpr std::size_t kLargestCommand = 2048;
+
+// Formats a shell command and runs it through system(), after flushing standard output so that the
+// command's own output follows what was printed before.
+//
+// The format knows %s, %d, %u and %%, without flags or widths. Each %s is text from outside: it
+// stands in the command as it is while it holds only letters, digits and _ . / : @ % + = , - and
+// does not begin with '-'; any other text is put in single quotes, so that it can never start
+// another command.
+//
+// A command of buffer_size characters or more (buffer_size is at most kLargestCommand) is not run.
+//
+// Returns the status of system(), or -1 when the command was refused or could not be started.
+[[gnu::format(printf, 2, 3)]] int run_command(std::size_t buffer_size, const char *format, ...);
+
+// Runs a finished command line: flushes standard output, then system(). Returns its status.
+int run_shell(const char *command_line);

@@ -1,0 +1,21 @@
+// Bounded text handling for the helper libraries and the daemon.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+
+// Copies at most size - 1 bytes of source and always terminates; a size of 0 copies nothing.
+void copy_text(char *destination, std::size_t size, const char *source);
+
+template <std::size_t Size>
+void copy_text(char (&destination)[Size], const char *source) {
+    copy_text(destination, Size, source);
+}
+
+// Formats into destination, cut and terminated at size bytes. True when the whole text fitted.
+[[gnu::format(printf, 3, 4)]] bool format_text(char *destination, std::size_t size,
+                                               const char *format, ...);
+
+// The leading decimal number of text (blanks and one sign allowed before it), base 10, limited to
+// the range of int. No digits, or no text, is 0.
+int decimal_value(const char *text);

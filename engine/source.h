@@ -1,0 +1,52 @@
+// Where the engine's facts come from: a scenario, an interface, or a capture file.
+#pragma once
+
+#include "engine/tables.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace idpfwd {
+
+// One request of a caller, already fetched from its memory.
+struct Request {
+    std::uint8_t nr = 0;
+    std::uint8_t op = 0;
+    std::uint8_t inType = 0;
+    std::uint32_t inValue = 0;       // in_u32
+    std::vector<std::uint8_t> input; // what in_raw and in_len name, when in_type is 2
+    std::uint32_t outLength = 0;     // the caller's capacity
+};
+
+struct Reply {
+    int error = 0;                               // 0, or the errno that the ioctl fails with
+    std::vector<std::uint8_t> output;            // goes to the caller's out, cut at its capacity
+    std::optional<std::uint32_t> reportedLength; // what out_used_len says, if not output's size
+};
+
+class Source {
+  public:
+    virtual ~Source() = default;
+
+    // A descriptor that becomes readable when the source has work, or -1.
+    [[nodiscard]] virtual int descriptor() const = 0;
+
+    // How long the source can be left alone, in milliseconds; -1 for ever.
+    [[nodiscard]] virtual int timeout() const = 0;
+
+    // Does the work that is due: reads packets, moves the scenario on, forgets devices.
+    virtual void work() = 0;
+
+    // True when the input has come to its end; the tables go on being served.
+    [[nodiscard]] virtual bool finished() const = 0;
+
+    // Answers what the tables don't: everything but the user list and the application rates.
+    // Without an answer the request fails with ENOTTY.
+    virtual std::optional<Reply> answer(const Request &) { return std::nullopt; }
+
+    Tables tables;
+};
+
+} // namespace idpfwd

@@ -1,0 +1,71 @@
+// What the engine knows: the client devices and, for each, the traffic of each application.
+#pragma once
+
+#include "dpi/usr_ioctl.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace idpfwd {
+
+using Mac = std::array<std::uint8_t, 6>;
+
+// Limits of the tables that callers read: one slot less than their buffers have.
+constexpr std::size_t kMaxUsers = IDPFW_USER_SLOTS - 1;
+constexpr std::size_t kMaxRows = IDPFW_APP_SLOTS - 1;
+
+// What did not fit, since the engine started.
+struct Overflow {
+    std::uint64_t users = 0;   // devices refused while 63 were known, each counted once a stay
+    std::uint64_t rows = 0;    // (device, application) pairs refused
+    std::uint64_t packets = 0; // packets of refused devices and pairs
+    std::uint64_t bytes = 0;   // their bytes
+};
+
+struct Traffic {
+    std::uint64_t down_bytes = 0;
+    std::uint64_t up_bytes = 0;
+    std::uint32_t down_packets = 0;
+    std::uint32_t up_packets = 0;
+};
+
+class Tables {
+  public:
+    // Notes that the device is there at this moment (seconds since the epoch), adding it if it is
+    // new. The record can be filled further (addresses, host name, identity); it is valid until
+    // the next call. Null when the table is full: counted as overflow.
+    devid_user_entry *seeUser(const Mac &mac, std::uint32_t now);
+
+    // The record of a known device, or null.
+    devid_user_entry *findUser(const Mac &mac);
+
+    // Adds to the counters of one application of a device, seen now if it was not known. What does
+    // not fit is counted as overflow.
+    void addTraffic(const Mac &mac, std::uint8_t cat_id, std::uint16_t app_id,
+                    const Traffic &traffic, std::uint32_t now);
+
+    // Drops the devices that were not seen for more than the given seconds, with their rows.
+    void forgetUnseen(std::uint32_t now, std::uint32_t seconds);
+
+    // Drops one device with its rows.
+    void forget(const Mac &mac);
+
+    // Replaces everything, records as given (a scenario may break every rule on purpose).
+    void replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows);
+
+    [[nodiscard]] const std::vector<devid_user_entry> &users() const { return users_; }
+    [[nodiscard]] const std::vector<devid_app_rate_entry> &rows() const { return rows_; }
+    [[nodiscard]] const Overflow &overflow() const { return overflow_; }
+
+  private:
+    std::vector<devid_user_entry> users_;
+    std::vector<devid_app_rate_entry> rows_;
+    std::map<std::uint32_t, std::size_t> rowIndex_; // uid, category, application -> row
+    std::map<Mac, std::uint32_t> refused_;          // devices that did not fit -> last seen
+    Overflow overflow_;
+};
+
+} // namespace idpfwd

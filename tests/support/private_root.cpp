@@ -1,0 +1,148 @@
+#include "support/private_root.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sched.h>
+#include <sstream>
+#include <system_error>
+#include <unistd.h>
+
+namespace rig {
+namespace {
+
+namespace fs = std::filesystem;
+
+int oldRoot = -1;
+int oldDirectory = -1;
+std::string rootPath;
+
+constexpr std::array kFileTools = {"cat",  "cp",    "mv",   "rm",    "ls",   "sed",
+                                   "echo", "mkdir", "grep", "touch", "sleep"};
+constexpr std::array kFolders = {"/dev",       "/proc/net",         "/var/run", "/var/log",
+                                 "/tmp/trend", "/tmp/aws_json_dir", "/opt",     "/etc"};
+
+std::string failure(const char *what) {
+    return std::string(what) + ": " + strerror(errno);
+}
+
+// Copies a program of the machine and the libraries that it is linked to.
+void copyProgram(const std::string &program, const std::string &destination) {
+    fs::copy_file(program, destination, fs::copy_options::overwrite_existing);
+    FILE *listing = popen(("ldd " + program + " 2>/dev/null").c_str(), "r");
+    if (listing == nullptr)
+        return;
+    char line[512];
+    while (fgets(line, sizeof line, listing) != nullptr) {
+        std::istringstream words(line);
+        std::string word;
+        while (words >> word) {
+            if (word.front() != '/')
+                continue;
+            const std::string target = rootPath + word;
+            fs::create_directories(fs::path(target).parent_path());
+            fs::copy_file(word, target, fs::copy_options::overwrite_existing);
+        }
+    }
+    pclose(listing);
+}
+
+void populate() {
+    fs::create_directories(rootPath + "/bin");
+    copyProgram("/bin/dash", rootPath + "/bin/sh");
+    copyProgram("/bin/busybox", rootPath + "/bin/busybox");
+    for (const char *tool : kFileTools)
+        fs::create_symlink("busybox", rootPath + "/bin/" + tool);
+}
+
+bool writeText(const char *path, const std::string &text) {
+    std::ofstream out(path);
+    out << text;
+    return out.flush().good();
+}
+
+// An ordinary user may change the root only as the root of a user namespace.
+std::string becomeNamespaceRoot() {
+    const auto uid = std::to_string(getuid());
+    const auto gid = std::to_string(getgid());
+    if (unshare(CLONE_NEWUSER) != 0)
+        return failure("unshare(CLONE_NEWUSER)");
+    if (!writeText("/proc/self/setgroups", "deny") ||
+        !writeText("/proc/self/uid_map", "0 " + uid + " 1") ||
+        !writeText("/proc/self/gid_map", "0 " + gid + " 1"))
+        return failure("mapping the user into a namespace");
+    return "";
+}
+
+} // namespace
+
+std::string enterPrivateRoot() {
+    const char *base = getenv("TMPDIR");
+    rootPath = std::string(base != nullptr ? base : "/tmp") + "/private-root-XXXXXX";
+    if (mkdtemp(rootPath.data()) == nullptr)
+        return failure("mkdtemp");
+    try {
+        populate();
+    } catch (const fs::filesystem_error &error) {
+        return error.what();
+    }
+    oldRoot = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    oldDirectory = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (geteuid() != 0) {
+        const std::string reason = becomeNamespaceRoot();
+        if (!reason.empty())
+            return reason;
+    }
+    if (chroot(rootPath.c_str()) != 0)
+        return failure("chroot");
+    if (chdir("/") != 0)
+        return failure("chdir");
+    setenv("PATH", "/bin", 1);
+    return "";
+}
+
+void leavePrivateRoot() {
+    if (oldRoot >= 0) {
+        if (fchdir(oldRoot) != 0 || chroot(".") != 0 || fchdir(oldDirectory) != 0)
+            abort(); // removing anything from here on could remove the wrong thing
+        close(oldRoot);
+        close(oldDirectory);
+        oldRoot = -1;
+    }
+    if (!rootPath.empty()) {
+        std::error_code ignored;
+        fs::remove_all(rootPath, ignored);
+        rootPath.clear();
+    }
+}
+
+bool insidePrivateRoot() {
+    return oldRoot >= 0;
+}
+
+void resetPrivateRoot() {
+    for (const auto &entry : fs::directory_iterator("/")) {
+        const auto name = entry.path().filename().string();
+        if (name.starts_with("lib"))
+            continue;
+        if (name != "bin") {
+            fs::remove_all(entry.path());
+            continue;
+        }
+        // What is neither the shell, busybox nor a link to it is a fake command.
+        for (const auto &tool : fs::directory_iterator("/bin")) {
+            if (!tool.is_symlink() && tool.path() != "/bin/sh" && tool.path() != "/bin/busybox")
+                fs::remove(tool.path());
+        }
+    }
+    for (const char *folder : kFolders)
+        fs::create_directories(folder);
+    std::ofstream("/dev/null");
+}
+
+} // namespace rig

@@ -1,0 +1,21 @@
+// A root directory of the tests' own: the code under test uses its real absolute paths inside it.
+#pragma once
+
+#include <string>
+
+namespace rig {
+
+// Builds the directory (a shell, plain file tools, the router's usual folders) and makes it the
+// process's root, as root or in a user namespace. Gives the reason when the machine refuses.
+std::string enterPrivateRoot();
+
+// Goes back to the old root and removes the directory. Does nothing when there is none.
+void leavePrivateRoot();
+
+// Whether the process is inside its private root.
+bool insidePrivateRoot();
+
+// Empties the private root but for its tools, and creates the router's usual folders again.
+void resetPrivateRoot();
+
+} // namespace rig
