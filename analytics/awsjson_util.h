@@ -1,0 +1,12 @@
+/*
+ * Analytics reporting: report files, grouped publishing with retry, firmware-upgrade state,
+ * housekeeping. One include for callers; each topic header stands on its own as well.
+ *
+ * All of it is state of the process without locks, for one thread at a time.
+ */
+#ifndef AWSJSON_UTIL_H
+#define AWSJSON_UTIL_H
+
+#include "report_file.h"
+
+#endif
