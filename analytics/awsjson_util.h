@@ -7,6 +7,7 @@
 #ifndef AWSJSON_UTIL_H
 #define AWSJSON_UTIL_H
 
+#include "firmware_upgrade.h"
 #include "report_file.h"
 
 #endif
