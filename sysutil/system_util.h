@@ -1,0 +1,7 @@
+/* The router's system helpers: one include for all topics. */
+#ifndef SYSUTIL_SYSTEM_UTIL_H
+#define SYSUTIL_SYSTEM_UTIL_H
+
+#include "timezone.h"
+
+#endif
