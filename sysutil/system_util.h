@@ -2,6 +2,7 @@
 #ifndef SYSUTIL_SYSTEM_UTIL_H
 #define SYSUTIL_SYSTEM_UTIL_H
 
+#include "iqos_service.h"
 #include "timezone.h"
 
 #endif
