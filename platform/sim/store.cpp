@@ -1,0 +1,252 @@
+#include "platform/sim/store.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <pthread.h>
+#include <sys/stat.h>
+
+namespace store {
+namespace {
+constexpr const char *kDefaultDirectory = "/var/lib/router-nvram";
+constexpr std::size_t kLargestStore = std::size_t{64} << 20;
+constexpr unsigned int kMostReaders = 510;
+
+// What was committed survives the process without a sync; save() asks for one.
+constexpr unsigned int kFlags = MDB_NOSYNC | MDB_NOMETASYNC | MDB_NOTLS;
+
+// This process's hold on the store. It is never closed: other threads may be in it.
+struct Environment {
+    MDB_env *lmdb;
+    MDB_dbi settings;
+    MDB_txn *reader_of_fork;
+    Environment *of_parent;
+};
+
+pthread_mutex_t opening = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<Environment *> current;
+Environment *of_parents;
+
+// Between readings a thread keeps its transaction, reset: it holds no pages then, and renewing it
+// takes neither a lock nor memory.
+constinit thread_local MDB_txn *reader;
+pthread_key_t reader_key;
+bool reader_key_made;
+
+void end_reader(void *transaction) {
+    mdb_txn_abort(static_cast<MDB_txn *>(transaction));
+    reader = nullptr;
+}
+
+void before_fork() {
+    pthread_mutex_lock(&opening);
+}
+
+void after_fork_in_parent() {
+    pthread_mutex_unlock(&opening);
+}
+
+// LMDB does not cross a fork, and closing the parent's environment here would free the parent's own
+// reader slots. It is put aside, still reachable, and the next call opens the store anew.
+void after_fork_in_child() {
+    if (Environment *parents = current.load()) {
+        parents->reader_of_fork = reader;
+        parents->of_parent = of_parents;
+        of_parents = parents;
+        current.store(nullptr);
+    }
+    reader = nullptr;
+    if (reader_key_made)
+        pthread_setspecific(reader_key, nullptr);
+    pthread_mutex_unlock(&opening);
+}
+
+[[gnu::constructor]] void watch_forks_and_threads() {
+    pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+    reader_key_made = pthread_key_create(&reader_key, end_reader) == 0;
+}
+
+int make_directory(const char *path) {
+    char partial[PATH_MAX];
+    const std::size_t length = strlen(path);
+    if (length >= sizeof partial)
+        return ENAMETOOLONG;
+    for (std::size_t i = 1; i <= length; ++i) {
+        if (path[i] != '/' && path[i] != '\0')
+            continue;
+        memcpy(partial, path, i);
+        partial[i] = '\0';
+        if (mkdir(partial, 0755) != 0 && errno != EEXIST)
+            return errno;
+    }
+    return 0;
+}
+
+// The settings are the environment's unnamed database.
+int open_settings(Environment &environment) {
+    MDB_txn *transaction = nullptr;
+    int result = mdb_txn_begin(environment.lmdb, nullptr, MDB_RDONLY, &transaction);
+    if (result != 0)
+        return result;
+    result = mdb_dbi_open(transaction, nullptr, 0, &environment.settings);
+    if (result != 0) {
+        mdb_txn_abort(transaction);
+        return result;
+    }
+    return mdb_txn_commit(transaction);
+}
+
+int open_lmdb(Environment &environment) {
+    int result = mdb_env_set_mapsize(environment.lmdb, kLargestStore);
+    if (result == 0)
+        result = mdb_env_set_maxreaders(environment.lmdb, kMostReaders);
+    if (result == 0)
+        result = mdb_env_open(environment.lmdb, directory(), kFlags, 0600);
+    if (result == 0)
+        result = mdb_reader_check(environment.lmdb, nullptr);
+    if (result == 0)
+        result = open_settings(environment);
+    return result;
+}
+
+int open_new(Environment &environment) {
+    int result = make_directory(directory());
+    if (result == 0)
+        result = mdb_env_create(&environment.lmdb);
+    if (result != 0)
+        return result;
+    result = open_lmdb(environment);
+    if (result != 0)
+        mdb_env_close(environment.lmdb);
+    return result;
+}
+
+int open_locked() {
+    if (current.load() != nullptr)
+        return 0;
+    auto *environment = static_cast<Environment *>(calloc(1, sizeof(Environment)));
+    if (environment == nullptr)
+        return ENOMEM;
+    const int result = open_new(*environment);
+    if (result == 0)
+        current.store(environment);
+    else
+        free(environment);
+    return result;
+}
+
+// A store that could not be opened is tried again by the next call.
+int open() {
+    if (current.load(std::memory_order_acquire) != nullptr)
+        return 0;
+    pthread_mutex_lock(&opening);
+    const int result = open_locked();
+    pthread_mutex_unlock(&opening);
+    return result;
+}
+
+int begin_first_reading() {
+    MDB_env *lmdb = current.load()->lmdb;
+    int result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &reader);
+    if (result == MDB_READERS_FULL && mdb_reader_check(lmdb, nullptr) == 0)
+        result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &reader);
+    if (result != 0)
+        reader = nullptr;
+    else if (reader_key_made)
+        pthread_setspecific(reader_key, reader);
+    return result;
+}
+
+int begin_reading() {
+    const int result = open();
+    if (result != 0)
+        return result;
+    return reader != nullptr ? mdb_txn_renew(reader) : begin_first_reading();
+}
+} // namespace
+
+const char *directory() {
+    const char *chosen = getenv("NVRAM_DIR");
+    return chosen != nullptr && *chosen != '\0' ? chosen : kDefaultDirectory;
+}
+
+const char *reason(int result) {
+    return mdb_strerror(result);
+}
+
+Reading::Reading() : result_(begin_reading()) {
+    if (result_ != 0)
+        return;
+    transaction_ = reader;
+    settings_ = current.load()->settings;
+}
+
+Reading::~Reading() {
+    if (transaction_ != nullptr)
+        mdb_txn_reset(transaction_);
+}
+
+std::string_view Reading::value(std::string_view name) const {
+    if (transaction_ == nullptr || !valid_name(name))
+        return {};
+    MDB_val key = as_bytes(name);
+    MDB_val found{};
+    if (mdb_get(transaction_, settings_, &key, &found) != 0)
+        return {};
+    return as_text(found);
+}
+
+// Whoever was killed in the middle of a reading would keep old pages alive: its slot goes first.
+Writing::Writing() : result_(open()) {
+    if (result_ != 0)
+        return;
+    const Environment &environment = *current.load();
+    result_ = mdb_reader_check(environment.lmdb, nullptr);
+    if (result_ == 0)
+        result_ = mdb_txn_begin(environment.lmdb, nullptr, 0, &transaction_);
+    if (result_ != 0)
+        transaction_ = nullptr;
+    settings_ = environment.settings;
+}
+
+Writing::~Writing() {
+    if (transaction_ != nullptr)
+        mdb_txn_abort(transaction_);
+}
+
+int Writing::set(std::string_view name, std::string_view value) {
+    if (result_ != 0)
+        return result_;
+    if (!valid_name(name) || !valid_value(value))
+        return EINVAL;
+    MDB_val key = as_bytes(name);
+    MDB_val text = as_bytes(value);
+    return mdb_put(transaction_, settings_, &key, &text, 0);
+}
+
+int Writing::unset(std::string_view name) {
+    if (result_ != 0)
+        return result_;
+    if (!valid_name(name))
+        return EINVAL;
+    MDB_val key = as_bytes(name);
+    const int result = mdb_del(transaction_, settings_, &key, nullptr);
+    return result == MDB_NOTFOUND ? 0 : result;
+}
+
+int Writing::commit() {
+    if (result_ != 0)
+        return result_;
+    MDB_txn *transaction = transaction_;
+    transaction_ = nullptr;
+    return mdb_txn_commit(transaction);
+}
+
+int save() {
+    const int result = open();
+    return result != 0 ? result : mdb_env_sync(current.load()->lmdb, 1);
+}
+
+} // namespace store
