@@ -115,6 +115,86 @@ int get_fw_user_list(struct devid_user_entry **output);
  */
 int get_fw_user_app_rate(struct devid_app_rate_entry **output);
 
+/* Recent traffic of one application of one user. */
+struct devid_app_bw_entry {
+    uint8_t uid;
+    uint8_t cat_id;
+    uint16_t app_id;
+    uint64_t down_recent; /* bytes */
+    uint64_t up_recent;   /* bytes */
+    uint32_t available;   /* 0 ends the list */
+} __attribute__((packed));
+
+/* One entry of the application patrol list. */
+struct devid_app_patrol_list_entry {
+    uint8_t uid;
+    uint8_t mac[6];
+    uint8_t cat_id;
+    uint16_t app_id;
+    uint32_t time; /* seconds */
+    uint8_t flag;
+    uint32_t available; /* 0 ends the list */
+} __attribute__((packed));
+
+/*
+ * Read the recent traffic, which the engine then clears, and the application patrol list, like
+ * get_fw_user_app_rate: arrays of IDPFW_APP_SLOTS records, of which a caller walks at most 32,256.
+ */
+int get_fw_app_bw_clear(struct devid_app_bw_entry **output);
+int get_fw_app_patrol(struct devid_app_patrol_list_entry **output);
+
+/*
+ * Set the application patrol list, and program the VP checks, from length bytes of input in the
+ * engine's own format. 0, or -1 on any failure (never -2).
+ */
+int set_fw_app_patrol(void *input, unsigned int length);
+int set_fw_vp(void *input, unsigned int length);
+
+/* Sizes in bytes of the buffers that the four readers below allocate. */
+#define IDPFW_DOMAIN_LIST_SIZE 680508u
+#define IDPFW_URL_LIST_SIZE 39504u
+#define IDPFW_VP_LIST_SIZE 29000u
+#define IDPFW_ANOMALY_LIST_SIZE 9504u
+
+/*
+ * Read a list in the engine's own format: *output becomes a zeroed buffer that the engine writes
+ * into, *buf_used_len is where the engine itself stores how many bytes it wrote. That pointer is
+ * handed on as it is, NULL included, and the buffer is left as the engine left it: set
+ * *buf_used_len to 0 before the call, it is undefined after a failed request otherwise. The caller
+ * frees *output with free(), whatever the result. Result of run_ioctl, or -1 with *output NULL and
+ * nothing sent when there is no memory.
+ */
+
+/*
+ * Domains per user: flag 0 and flag 1 choose the two operations that the engine has. Any other flag
+ * deliberately sends operation 0, whatever the engine makes of it.
+ */
+int get_fw_user_domain_list(void **output, unsigned int *buf_used_len, int flag);
+
+/* URLs by web reputation. */
+int get_fw_wrs_url_list(void **output, unsigned int *buf_used_len);
+
+/* VP list: flag 2 chooses one operation, every other flag the other. */
+int get_fw_vp_list(void **output, unsigned int *buf_used_len, int flag);
+
+/* Anomalies. */
+int get_fw_anomaly_list(void **output, unsigned int *buf_used_len);
+
+/* Clears the domains of all users. Result of run_ioctl. */
+int set_fw_user_domain_clear(void);
+
+/* Switch URL checks and VP checks on (flag not 0) or off (0). Result of run_ioctl. */
+int set_fw_url_check(unsigned char flag);
+int set_fw_vp_check(unsigned char flag);
+
+/*
+ * Sends an anomaly operation, the low byte of action; the other two switch the detection on and
+ * off through it. Result of run_ioctl.
+ */
+int _set_anomaly(int action);
+int set_anomaly_enable(void);
+int set_anomaly_disable(void);
+
 #ifdef __cplusplus
 }
 #endif
