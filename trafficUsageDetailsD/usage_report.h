@@ -1,0 +1,36 @@
+// The usage report: one JSON document of every record that waits in the record buffer.
+#pragma once
+
+#include "trafficUsageDetailsD/record_buffer.h"
+
+#include <cjson/cJSON.h>
+
+constexpr const char *kReportFile = "/tmp/aws_json_dir/aws_traffic_usage_details.json";
+
+// Makes the report, which empties the record buffer, and clears got_sigusr1. Always 0.
+int generateTudJson();
+
+// Builds, writes and releases the document. Always 0.
+int dumpEntryToJson();
+
+// The document, or null when there was no memory for it. Each record that enters it leaves the
+// buffer, before anything is written. The caller frees it with cJSON_Delete.
+cJSON *createTrafficUsageDetailObj();
+
+// One record as an object, or null. The caller frees it with cJSON_Delete.
+cJSON *trafficInfoToJson(const TrafficInfo *record);
+
+// Tells the uploader to publish. Always 0, whether or not there is an uploader.
+int sendTUDReport2Cloud();
+
+// Prints an array to standard output: of the record, finalized, when its flags are not 0 (the
+// record is then cleared), else empty. 0, or -1 without a record or memory.
+int dumpAEntryToJson(TrafficInfo *record);
+
+// Local time now: date is year, month (1 to 12), day; clock is hour, minute, second. Always 0.
+int get_timestamp(int *date, int *clock);
+
+// Ask the router's own commands for the firmware version and the serial number; text has room for
+// at least 64 bytes. 0, or 1 after three failed tries, a second apart, with text empty.
+int collect_dev_fw_ver(char *text);
+int collect_dev_sn(char *text);
