@@ -5,7 +5,7 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
+#include <string>
 #include <vector>
 
 namespace idpfwd {
@@ -42,9 +42,16 @@ class Source {
     // True when the input has come to its end; the tables go on being served.
     [[nodiscard]] virtual bool finished() const = 0;
 
-    // Answers what the tables don't: everything but the user list and the application rates.
-    // Without an answer the request fails with ENOTTY.
+    // Asked first about every request. Without an answer the user list and the application rates
+    // come from the tables, and everything else fails with ENOTTY.
     virtual std::optional<Reply> answer(const Request &) { return std::nullopt; }
+
+    // What the database files call a category and an application; "" when they don't know it.
+    [[nodiscard]] virtual std::string categoryName(std::uint8_t /*cat_id*/) const { return ""; }
+    [[nodiscard]] virtual std::string applicationName(std::uint8_t /*cat_id*/,
+                                                      std::uint16_t /*app_id*/) const {
+        return "";
+    }
 
     Tables tables;
 };
