@@ -4,9 +4,11 @@
 #include "dpi/usr_ioctl.h"
 
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <vector>
 
 namespace idpfwd {
@@ -23,6 +25,8 @@ struct Overflow {
     std::uint64_t rows = 0;    // (device, application) pairs refused
     std::uint64_t packets = 0; // packets of refused devices and pairs
     std::uint64_t bytes = 0;   // their bytes
+
+    [[nodiscard]] bool any() const { return users != 0 || rows != 0 || packets != 0; }
 };
 
 struct Traffic {
@@ -61,10 +65,18 @@ class Tables {
     [[nodiscard]] const Overflow &overflow() const { return overflow_; }
 
   private:
+    std::uint8_t freeUid();
+    void refuseUser(const Mac &mac, std::uint32_t now);
+    devid_app_rate_entry *row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id);
+    void dropRows(const std::bitset<256> &uids);
+    void indexRows();
+
     std::vector<devid_user_entry> users_;
     std::vector<devid_app_rate_entry> rows_;
     std::map<std::uint32_t, std::size_t> rowIndex_; // uid, category, application -> row
     std::map<Mac, std::uint32_t> refused_;          // devices that did not fit -> last seen
+    std::set<std::uint32_t> refusedRows_;           // pairs that did not fit, keyed as rowIndex_
+    std::uint8_t lastUid_ = 0;
     Overflow overflow_;
 };
 

@@ -1,0 +1,90 @@
+#include "engine/loop.h"
+
+#include "common/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <sys/signalfd.h>
+
+namespace idpfwd {
+namespace {
+
+sigset_t loopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGUSR1})
+        sigaddset(&signals, signal);
+    return signals;
+}
+
+// The shorter of two waits, of which -1 is endless.
+int shorter(int a, int b) {
+    if (a < 0 || b < 0)
+        return std::max(a, b);
+    return std::min(a, b);
+}
+
+// Calls back once, when the condition first holds.
+class Once {
+  public:
+    explicit Once(const std::function<void()> &callback) : callback_(callback) {}
+    void when(bool condition) {
+        if (!condition || called_)
+            return;
+        called_ = true;
+        callback_();
+    }
+
+  private:
+    const std::function<void()> &callback_;
+    bool called_ = false;
+};
+
+// False when the engine is to end.
+bool takeSignals(int signals, const LoopEvents &events) {
+    signalfd_siginfo taken{};
+    while (read(signals, &taken, sizeof taken) == static_cast<ssize_t>(sizeof taken)) {
+        if (taken.ssi_signo != SIGUSR1)
+            return false;
+        events.dump();
+    }
+    return true;
+}
+
+} // namespace
+
+void blockSignals() {
+    const sigset_t signals = loopSignals();
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
+    const sigset_t taken = loopSignals();
+    const Descriptor signals(signalfd(-1, &taken, SFD_NONBLOCK | SFD_CLOEXEC));
+    Once ready(events.ready);
+    Once finished(events.finished);
+    Once overflow(events.overflow);
+    std::vector<pollfd> watched;
+    while (device.failure().empty()) {
+        ready.when(device.ready());
+        finished.when(source.finished());
+        overflow.when(source.tables.overflow().any());
+        watched = {{.fd = signals.get(), .events = POLLIN, .revents = 0},
+                   {.fd = source.descriptor(), .events = POLLIN, .revents = 0}};
+        device.watch(watched);
+        const int count =
+            poll(watched.data(), watched.size(), shorter(source.timeout(), device.timeout()));
+        if (count < 0 && errno != EINTR)
+            return std::string("cannot wait: ") + strerror(errno);
+        if (watched[0].revents != 0 && !takeSignals(signals.get(), events))
+            return "";
+        source.work();
+        device.serve(std::span(watched).subspan(2), source);
+    }
+    return device.failure();
+}
+
+} // namespace idpfwd

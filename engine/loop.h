@@ -1,0 +1,26 @@
+// The engine's one loop: the source's work and the callers' requests, in turn, until it is told to
+// end.
+#pragma once
+
+#include "engine/device.h"
+#include "engine/source.h"
+
+#include <functional>
+#include <string>
+
+namespace idpfwd {
+
+struct LoopEvents {
+    std::function<void()> ready;    // callers can be served from now on
+    std::function<void()> finished; // the source has come to its end; serving goes on
+    std::function<void()> overflow; // something did not fit, for the first time
+    std::function<void()> dump;     // SIGUSR1
+};
+
+// Blocks SIGTERM, SIGINT and SIGUSR1 for the loop to take them: before anything else is started.
+void blockSignals();
+
+// Runs until SIGTERM or SIGINT: "", or why the device is gone.
+std::string runLoop(Source &source, Device &device, const LoopEvents &events);
+
+} // namespace idpfwd

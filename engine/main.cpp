@@ -1,0 +1,143 @@
+// idpfwd: serves a scenario's or a network's facts to the callers of "/dev/idpfw".
+#include "dpi/usr_ioctl.h"
+#include "engine/database_writer.h"
+#include "engine/device_socket.h"
+#include "engine/dump.h"
+#include "engine/loop.h"
+#include "engine/options.h"
+#include "engine/scenario.h"
+#ifdef IDPFWD_WITH_CUSE
+#include "engine/device_cuse.h"
+#endif
+#ifdef IDPFWD_WITH_NDPI
+#include "engine/packet_source.h"
+#endif
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+namespace idpfwd {
+namespace {
+
+constexpr const char *kTool = "idpfwd: ";
+constexpr const char *kVersioned = "idpfwd " IDPFWD_VERSION ": ";
+
+std::unique_ptr<Source> openPackets([[maybe_unused]] const Options &options, std::string &error) {
+#ifdef IDPFWD_WITH_NDPI
+    const PacketOptions packets{.name = options.sourceName,
+                                .gatewayMac = options.gatewayMac,
+                                .forgetSeconds = options.forgetSeconds,
+                                .fast = options.fast,
+                                .databases = options.databases};
+    return options.source == SourceKind::kInterface ? openInterface(packets, error)
+                                                    : openCapture(packets, error);
+#else
+    error = "this build has no packet source (it was made without nDPI and libpcap): "
+            "only --scenario works";
+    return nullptr;
+#endif
+}
+
+std::unique_ptr<Source> openSource(const Options &options, std::string &error) {
+    if (options.source == SourceKind::kScenario)
+        return openScenario(options.sourceName, options.databases, error);
+    return openPackets(options, error);
+}
+
+std::unique_ptr<Device> openDevice(const Options &options, std::string &error) {
+#ifdef IDPFWD_WITH_CUSE
+    if (options.device.value_or(cuseUsable() ? DeviceKind::kCuse : DeviceKind::kSocket) ==
+        DeviceKind::kCuse)
+        return openCuseDevice(error);
+#else
+    if (options.device == DeviceKind::kCuse) {
+        error = "this build has no CUSE (it was made without libfuse3): use --device socket";
+        return nullptr;
+    }
+#endif
+    return openSocketDevice(options.socketPath, IDPFW_DEVICE, error);
+}
+
+const char *kindOf(SourceKind kind) {
+    switch (kind) {
+    case SourceKind::kScenario:
+        return "scenario";
+    case SourceKind::kInterface:
+        return "interface";
+    case SourceKind::kCapture:
+        break;
+    }
+    return "capture";
+}
+
+// Ends each line at once: whoever started us waits for it.
+void say(const std::string &line) {
+    std::cout << line << std::endl;
+}
+
+void sayOverflow(const Tables &tables, const char *when) {
+    const Overflow &overflow = tables.overflow();
+    std::cerr << kTool << when << ": " << overflow.users << " devices and " << overflow.rows
+              << " (device, application) pairs did not fit, with " << overflow.packets
+              << " packets and " << overflow.bytes << " bytes" << std::endl;
+}
+
+void writeDump(const Options &options, const Source &source) {
+    if (options.dumpFile.empty())
+        return;
+    const std::filesystem::path file(options.dumpFile);
+    const auto folder = file.has_parent_path() ? file.parent_path() : ".";
+    if (!writeDatabase(folder, file.filename(), dumpTables(source)))
+        std::cerr << kTool << "cannot write " << options.dumpFile << ": " << strerror(errno)
+                  << std::endl;
+}
+
+int fail(const std::string &error) {
+    std::cerr << kTool << error << std::endl;
+    return 1;
+}
+
+int run(const Options &options) {
+    blockSignals();
+    std::string error;
+    const auto source = openSource(options, error);
+    if (source == nullptr)
+        return fail(error);
+    const auto device = openDevice(options, error);
+    if (device == nullptr)
+        return fail(error);
+    const LoopEvents events{
+        .ready =
+            [&] {
+                say(std::string(kVersioned) + kindOf(options.source) + " " + options.sourceName +
+                    ", " + device->description() + ", at most " + std::to_string(kMaxUsers) +
+                    " users and " + std::to_string(kMaxRows) + " rows");
+            },
+        .finished = [&] { say(std::string(kTool) + kindOf(options.source) + " finished"); },
+        .overflow = [&] { sayOverflow(source->tables, "tables full"); },
+        .dump = [&] { writeDump(options, *source); },
+    };
+    error = runLoop(*source, *device, events);
+    writeDump(options, *source);
+    if (source->tables.overflow().any())
+        sayOverflow(source->tables, "at the end");
+    return error.empty() ? 0 : fail(error);
+}
+
+} // namespace
+} // namespace idpfwd
+
+int main(int argc, char **argv) {
+    const idpfwd::CommandLine commandLine = idpfwd::parseCommandLine(argc, argv);
+    if (commandLine.leave) {
+        (*commandLine.leave == 0 ? std::cout : std::cerr) << commandLine.text;
+        return *commandLine.leave;
+    }
+    try {
+        return idpfwd::run(commandLine.options);
+    } catch (const std::exception &error) {
+        std::cerr << "idpfwd: " << error.what() << '\n';
+        return 1;
+    }
+}
