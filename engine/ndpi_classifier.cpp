@@ -1,0 +1,133 @@
+#include "engine/ndpi_classifier.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ndpi_api.h>
+#include <set>
+
+namespace idpfwd {
+namespace {
+
+// nDPI sees this much of a packet, copied into a buffer with zeros behind it: its dissectors were
+// not all written for frames that end in the middle of a header.
+constexpr std::size_t kInspected = 2048;
+constexpr std::size_t kMargin = 512;
+constexpr std::size_t kShortestHeader = 20;
+
+void putWord(std::vector<std::uint8_t> &bytes, std::size_t offset, std::size_t value) {
+    bytes[offset] = static_cast<std::uint8_t>(value >> 8);
+    bytes[offset + 1] = static_cast<std::uint8_t>(value);
+}
+
+// nDPI leaves out packets that claim more than was captured, among them every frame that
+// segmentation offload has merged: the copy says what is there.
+void correctLength(std::vector<std::uint8_t> &packet, std::size_t size) {
+    if (packet[0] >> 4 == 4)
+        putWord(packet, 2, size);
+    else if (size >= 40)
+        putWord(packet, 4, size - 40);
+}
+
+} // namespace
+
+void Classifier::ModuleDeleter::operator()(ndpi_detection_module_struct *module) const {
+    ndpi_exit_detection_module(module);
+}
+
+void Classifier::FlowDeleter::operator()(ndpi_flow_struct *flow) const { ndpi_free_flow(flow); }
+
+Classifier::Classifier(ndpi_detection_module_struct *module)
+    : module_(module), copy_(kInspected + kMargin) {}
+
+std::unique_ptr<Classifier> Classifier::create() {
+    if (ndpi_get_api_version() != NDPI_API_VERSION)
+        return nullptr;
+    ndpi_detection_module_struct *module = ndpi_init_detection_module(ndpi_no_prefs);
+    if (module == nullptr)
+        return nullptr;
+    NDPI_PROTOCOL_BITMASK all;
+    NDPI_BITMASK_SET_ALL(all);
+    ndpi_set_protocol_detection_bitmask2(module, &all);
+    ndpi_finalize_initialization(module);
+    return std::unique_ptr<Classifier>(new Classifier(module));
+}
+
+Classifier::FlowState Classifier::newFlow() const {
+    const std::size_t size = flowSize();
+    auto *flow = static_cast<ndpi_flow_struct *>(ndpi_flow_malloc(size));
+    if (flow != nullptr)
+        std::memset(flow, 0, size);
+    return FlowState(flow);
+}
+
+std::size_t Classifier::flowSize() { return ndpi_detection_get_sizeof_ndpi_flow_struct(); }
+
+std::uint8_t Classifier::categoryOf(std::uint16_t id) const {
+    ndpi_protocol protocol{};
+    protocol.app_protocol = id;
+    return static_cast<std::uint8_t>(ndpi_get_proto_category(module_.get(), protocol));
+}
+
+// A look-up of a well-known name is still a look-up, not that service's traffic: such a second
+// name only informs, and the first one counts.
+Application Classifier::application(std::uint16_t master, std::uint16_t id) const {
+    const bool first = id == NDPI_PROTOCOL_UNKNOWN ||
+                       (master != NDPI_PROTOCOL_UNKNOWN &&
+                        ndpi_is_subprotocol_informative(module_.get(), master) != 0);
+    const std::uint16_t chosen = first ? master : id;
+    if (chosen >= ndpi_get_num_supported_protocols(module_.get()))
+        return {};
+    return {categoryOf(chosen), chosen};
+}
+
+std::optional<Application> Classifier::inspect(ndpi_flow_struct &flow,
+                                               std::span<const std::uint8_t> ip,
+                                               std::uint64_t milliseconds) {
+    const std::size_t size = std::min(ip.size(), kInspected);
+    if (size < kShortestHeader)
+        return std::nullopt;
+    std::copy_n(ip.begin(), size, copy_.begin());
+    std::fill(copy_.begin() + static_cast<std::ptrdiff_t>(size), copy_.end(), 0);
+    correctLength(copy_, size);
+    const ndpi_protocol seen = ndpi_detection_process_packet(
+        module_.get(), &flow, copy_.data(), static_cast<unsigned short>(size), milliseconds);
+    if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN)
+        return std::nullopt;
+    // A carrier alone (a certificate, a reply) may yet show what it carries.
+    if (seen.master_protocol == NDPI_PROTOCOL_UNKNOWN &&
+        ndpi_extra_dissection_possible(module_.get(), &flow) != 0)
+        return std::nullopt;
+    return application(seen.master_protocol, seen.app_protocol);
+}
+
+Application Classifier::giveUp(ndpi_flow_struct &flow) {
+    std::uint8_t guessed = 0;
+    const ndpi_protocol last = ndpi_detection_giveup(module_.get(), &flow, 1, &guessed);
+    return application(last.master_protocol, last.app_protocol);
+}
+
+std::vector<NamedApplication> Classifier::applications() const {
+    std::vector<NamedApplication> list;
+    const unsigned count = ndpi_get_num_supported_protocols(module_.get());
+    for (unsigned id = 0; id < count; id++) {
+        const auto narrow = static_cast<std::uint16_t>(id);
+        const char *name = ndpi_get_proto_name(module_.get(), narrow);
+        list.push_back({{categoryOf(narrow), narrow}, name == nullptr ? "" : name});
+    }
+    return list;
+}
+
+std::vector<NamedCategory> Classifier::categories() const {
+    std::set<std::uint8_t> used;
+    for (const NamedApplication &named : applications())
+        used.insert(named.application.category);
+    std::vector<NamedCategory> list;
+    for (const std::uint8_t id : used) {
+        const auto category = static_cast<ndpi_protocol_category_t>(id);
+        const char *name = ndpi_category_get_name(module_.get(), category);
+        list.push_back({id, name == nullptr ? "" : name});
+    }
+    return list;
+}
+
+} // namespace idpfwd

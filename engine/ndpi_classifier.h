@@ -1,0 +1,76 @@
+// Names the application of a flow from its packets, through nDPI. The only file that knows nDPI.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+struct ndpi_detection_module_struct;
+struct ndpi_flow_struct;
+
+namespace idpfwd {
+
+// An application as the tables and the databases know it; all zero is the unknown one.
+struct Application {
+    std::uint8_t category = 0;
+    std::uint16_t id = 0;
+
+    friend bool operator==(const Application &, const Application &) = default;
+};
+
+struct NamedApplication {
+    Application application;
+    std::string name; // nDPI's own spelling
+};
+
+struct NamedCategory {
+    std::uint8_t id = 0;
+    std::string name;
+};
+
+class Classifier {
+  public:
+    struct FlowDeleter {
+        void operator()(ndpi_flow_struct *flow) const;
+    };
+    // What nDPI remembers of a flow until it is settled.
+    using FlowState = std::unique_ptr<ndpi_flow_struct, FlowDeleter>;
+
+    // Null when nDPI cannot be used.
+    static std::unique_ptr<Classifier> create();
+
+    // Null when there is no memory.
+    [[nodiscard]] FlowState newFlow() const;
+
+    // Looks at one more packet of a flow: the captured bytes from the IP header on. The flow's
+    // application when that settles it; more packets must not be shown then.
+    std::optional<Application> inspect(ndpi_flow_struct &flow, std::span<const std::uint8_t> ip,
+                                       std::uint64_t milliseconds);
+
+    // The best that nDPI can say about a flow of which no more is to be seen.
+    Application giveUp(ndpi_flow_struct &flow);
+
+    // Every application that the two functions above can name, and their categories.
+    [[nodiscard]] std::vector<NamedApplication> applications() const;
+    [[nodiscard]] std::vector<NamedCategory> categories() const;
+
+    // Bytes that nDPI needs for each flow that is not settled.
+    static std::size_t flowSize();
+
+  private:
+    struct ModuleDeleter {
+        void operator()(ndpi_detection_module_struct *module) const;
+    };
+
+    explicit Classifier(ndpi_detection_module_struct *module);
+    [[nodiscard]] Application application(std::uint16_t master, std::uint16_t id) const;
+    [[nodiscard]] std::uint8_t categoryOf(std::uint16_t id) const;
+
+    std::unique_ptr<ndpi_detection_module_struct, ModuleDeleter> module_;
+    std::vector<std::uint8_t> copy_;
+};
+
+} // namespace idpfwd

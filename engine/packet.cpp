@@ -1,0 +1,153 @@
+#include "engine/packet.h"
+
+#include <algorithm>
+
+namespace idpfwd {
+namespace {
+
+using Bytes = Packet::Bytes;
+
+constexpr std::uint16_t kTypeIpv4 = 0x0800;
+constexpr std::uint16_t kTypeArp = 0x0806;
+constexpr std::uint16_t kTypeIpv6 = 0x86dd;
+constexpr std::size_t kIpv4Header = 20;
+constexpr std::size_t kIpv6Header = 40;
+constexpr std::size_t kUdpHeader = 8;
+constexpr std::size_t kTcpFlags = 13;
+constexpr std::size_t kArpIpv4 = 28;
+
+std::uint16_t word(Bytes bytes, std::size_t offset) {
+    return static_cast<std::uint16_t>(bytes[offset] << 8 | bytes[offset + 1]);
+}
+
+Mac macAt(Bytes bytes, std::size_t offset) {
+    Mac mac;
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), mac.size(), mac.begin());
+    return mac;
+}
+
+Packet::Address addressAt(Bytes bytes, std::size_t offset, std::size_t size) {
+    Packet::Address address{};
+    std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), size, address.begin());
+    return address;
+}
+
+bool isTag(std::uint16_t type) { return type == 0x8100 || type == 0x88a8 || type == 0x9100; }
+
+void readTransport(Bytes transport, Packet &packet) {
+    const bool tcp = packet.protocol == kProtocolTcp;
+    if (packet.laterFragment || (!tcp && packet.protocol != kProtocolUdp) || transport.size() < 4)
+        return;
+    packet.hasPorts = true;
+    packet.sourcePort = word(transport, 0);
+    packet.destinationPort = word(transport, 2);
+    if (tcp && transport.size() > kTcpFlags)
+        packet.tcpFlags = transport[kTcpFlags];
+    if (!tcp && transport.size() > kUdpHeader)
+        packet.payload = transport.subspan(kUdpHeader);
+}
+
+// Segmentation offload may leave the length at 0: then everything captured belongs to the packet.
+Bytes withoutPadding(Bytes bytes, std::size_t length) {
+    return length == 0 || length >= bytes.size() ? bytes : bytes.first(length);
+}
+
+void readIpv4(Bytes bytes, Packet &packet) {
+    if (bytes.size() < kIpv4Header || bytes[0] >> 4 != 4)
+        return;
+    const std::size_t header = (bytes[0] & 15u) * 4u;
+    const std::size_t total = word(bytes, 2);
+    if (header < kIpv4Header || (total != 0 && total < header))
+        return;
+    packet.version = 4;
+    packet.sourceAddress = addressAt(bytes, 12, 4);
+    packet.destinationAddress = addressAt(bytes, 16, 4);
+    packet.protocol = bytes[9];
+    packet.fragmentId = word(bytes, 4);
+    packet.laterFragment = (word(bytes, 6) & 0x1fff) != 0;
+    packet.fragment = packet.laterFragment || (word(bytes, 6) & 0x2000) != 0;
+    packet.ip = withoutPadding(bytes, total);
+    if (packet.ip.size() > header)
+        readTransport(packet.ip.subspan(header), packet);
+}
+
+// Moves over one extension header. False when there is none, or it was not wholly captured.
+bool skipExtension(Bytes &rest, Packet &packet) {
+    constexpr std::uint8_t kHopByHop = 0, kRouting = 43, kFragment = 44, kAuthentication = 51,
+                           kDestination = 60;
+    const std::uint8_t kind = packet.protocol;
+    std::size_t size = 8;
+    if (rest.size() < size)
+        return false;
+    if (kind == kHopByHop || kind == kRouting || kind == kDestination)
+        size = (rest[1] + 1u) * 8u;
+    else if (kind == kAuthentication)
+        size = (rest[1] + 2u) * 4u;
+    else if (kind != kFragment)
+        return false;
+    if (rest.size() < size)
+        return false;
+    if (kind == kFragment) {
+        packet.fragment = true;
+        packet.laterFragment = (word(rest, 2) & 0xfff8) != 0;
+        packet.fragmentId = static_cast<std::uint32_t>(word(rest, 4)) << 16 | word(rest, 6);
+    }
+    packet.protocol = rest[0];
+    rest = rest.subspan(size);
+    return !packet.laterFragment;
+}
+
+void readIpv6(Bytes bytes, Packet &packet) {
+    if (bytes.size() < kIpv6Header || bytes[0] >> 4 != 6)
+        return;
+    packet.version = 6;
+    packet.sourceAddress = addressAt(bytes, 8, 16);
+    packet.destinationAddress = addressAt(bytes, 24, 16);
+    packet.protocol = bytes[6];
+    const std::size_t payload = word(bytes, 4);
+    packet.ip = withoutPadding(bytes, payload == 0 ? 0 : kIpv6Header + payload);
+    Bytes rest = packet.ip.subspan(kIpv6Header);
+    while (skipExtension(rest, packet)) {
+    }
+    readTransport(rest, packet);
+}
+
+} // namespace
+
+bool parseFrame(Bytes frame, Packet &packet) {
+    packet = {};
+    if (frame.size() < kEthernetHeader)
+        return false;
+    packet.destination = macAt(frame, 0);
+    packet.source = macAt(frame, 6);
+    packet.etherType = word(frame, 12);
+    packet.network = frame.subspan(kEthernetHeader);
+    while (isTag(packet.etherType) && packet.network.size() >= 4) {
+        packet.vlan = packet.vlan << 12 | (word(packet.network, 0) & 0xfffu);
+        packet.etherType = word(packet.network, 2);
+        packet.network = packet.network.subspan(4);
+    }
+    if (packet.etherType == kTypeIpv4)
+        readIpv4(packet.network, packet);
+    else if (packet.etherType == kTypeIpv6)
+        readIpv6(packet.network, packet);
+    return true;
+}
+
+bool isDevice(const Mac &mac) {
+    return (mac[0] & 1) == 0 && std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
+}
+
+std::array<std::uint8_t, 4> arpSender(const Packet &packet) {
+    const Bytes arp = packet.network;
+    std::array<std::uint8_t, 4> address{};
+    const bool ipv4OverEthernet = packet.etherType == kTypeArp && arp.size() >= kArpIpv4 &&
+                                  word(arp, 0) == 1 && word(arp, 2) == kTypeIpv4 && arp[4] == 6 &&
+                                  arp[5] == 4;
+    // The sender it names must be the one that sent it: others may answer on a device's behalf.
+    if (ipv4OverEthernet && macAt(arp, 8) == packet.source)
+        std::copy_n(arp.begin() + 14, address.size(), address.begin());
+    return address;
+}
+
+} // namespace idpfwd

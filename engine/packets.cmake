@@ -1,0 +1,20 @@
+# The sources that read packets, from an interface or a capture file.
+pkg_check_modules(ndpi REQUIRED IMPORTED_TARGET libndpi)
+pkg_check_modules(pcap REQUIRED IMPORTED_TARGET libpcap)
+
+add_library(
+  idpfwd_packets STATIC
+  database_files.cpp
+  dhcp.cpp
+  dhcp_devices.cpp
+  flow_table.cpp
+  ndpi_classifier.cpp
+  packet.cpp
+  packet_accounting.cpp
+  packet_source.cpp
+)
+target_link_libraries(
+  idpfwd_packets
+  PUBLIC common_options
+  PRIVATE PkgConfig::ndpi PkgConfig::pcap
+)
