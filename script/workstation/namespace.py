@@ -1,0 +1,24 @@
+"""What the processes at both ends of the LAN share: their interface, and talk with the parent."""
+
+import subprocess
+import sys
+from pathlib import Path
+
+
+def say(what):
+    print(what, flush=True)
+
+
+def wait_for_go():
+    if sys.stdin.readline().strip() != "go":
+        sys.exit(0)  # the parent is gone
+
+
+def bring_up(interface, addresses, gateway):
+    """IPv4 only: neighbour discovery would keep the LAN chattering after everybody is done."""
+    Path("/proc/sys/net/ipv6/conf/all/disable_ipv6").write_text("1")
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    for address in addresses:
+        subprocess.run(["ip", "address", "add", address, "dev", interface], check=True)
+    subprocess.run(["ip", "link", "set", interface, "up"], check=True)
+    subprocess.run(["ip", "route", "add", "default", "via", gateway], check=True)
