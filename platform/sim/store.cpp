@@ -12,7 +12,6 @@ namespace store {
 namespace {
 constexpr const char *kDefaultDirectory = "/var/lib/router-nvram";
 constexpr std::size_t kLargestStore = std::size_t{64} << 20;
-constexpr unsigned int kMostReaders = 510;
 
 // What was committed survives the process without a sync; save() asks for one.
 constexpr unsigned int kFlags = MDB_NOSYNC | MDB_NOMETASYNC | MDB_NOTLS;
@@ -84,10 +83,20 @@ int make_directory(const char *path) {
     return 0;
 }
 
+// The slots of processes that were killed are cleared when they are needed.
+int begin_reader(MDB_env *lmdb, MDB_txn *&transaction) {
+    int result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &transaction);
+    if (result == MDB_READERS_FULL && mdb_reader_check(lmdb, nullptr) == 0)
+        result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &transaction);
+    if (result != 0)
+        transaction = nullptr;
+    return result;
+}
+
 // The settings are the environment's unnamed database.
 int open_settings(Environment &environment) {
     MDB_txn *transaction = nullptr;
-    int result = mdb_txn_begin(environment.lmdb, nullptr, MDB_RDONLY, &transaction);
+    int result = begin_reader(environment.lmdb, transaction);
     if (result != 0)
         return result;
     result = mdb_dbi_open(transaction, nullptr, 0, &environment.settings);
@@ -101,11 +110,7 @@ int open_settings(Environment &environment) {
 int open_lmdb(Environment &environment) {
     int result = mdb_env_set_mapsize(environment.lmdb, kLargestStore);
     if (result == 0)
-        result = mdb_env_set_maxreaders(environment.lmdb, kMostReaders);
-    if (result == 0)
         result = mdb_env_open(environment.lmdb, directory(), kFlags, 0600);
-    if (result == 0)
-        result = mdb_reader_check(environment.lmdb, nullptr);
     if (result == 0)
         result = open_settings(environment);
     return result;
@@ -148,13 +153,8 @@ int open() {
 }
 
 int begin_first_reading() {
-    MDB_env *lmdb = current.load()->lmdb;
-    int result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &reader);
-    if (result == MDB_READERS_FULL && mdb_reader_check(lmdb, nullptr) == 0)
-        result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &reader);
-    if (result != 0)
-        reader = nullptr;
-    else if (reader_key_made)
+    const int result = begin_reader(current.load()->lmdb, reader);
+    if (result == 0 && reader_key_made)
         pthread_setspecific(reader_key, reader);
     return result;
 }

@@ -1,0 +1,36 @@
+#include "platform/nat.h"
+#include "platform/nvram.h"
+
+#include "sim/own_store.h"
+
+class Nat : public OwnStore {};
+
+TEST_F(Nat, TheWordStartsAtZeroAndIsSharedAsASetting) {
+    std::uint32_t word = 7;
+    inProcess([&word] {
+        EXPECT_EQ(agApi_feature_get(&word), 0);
+        EXPECT_EQ(word, 0u);
+        EXPECT_EQ(agApi_feature_set(0xfffffff8u), 0);
+    });
+    inProcess([&word] {
+        EXPECT_EQ(agApi_feature_get(&word), 0);
+        EXPECT_EQ(word, 0xfffffff8u);
+        EXPECT_STREQ(kelpNvramConfig_get("agApi_feature"), "0xfffffff8");
+    });
+}
+
+TEST_F(Nat, WhatIsNoWordLeavesTheCallersUntouched) {
+    std::uint32_t word = 7;
+    for (const char *text : {"-1", " 1", "x", "1x", "0x100000000", "99999999999999999999999"})
+        inProcess([&word, text] {
+            kelpNvramConfig_set("agApi_feature", text);
+            EXPECT_EQ(agApi_feature_get(&word), -1) << text;
+            EXPECT_EQ(word, 7u) << text;
+        });
+    setenv("NVRAM_DIR", "/proc/none", 1);
+    inProcess([&word] {
+        EXPECT_EQ(agApi_feature_get(&word), -1);
+        EXPECT_EQ(word, 7u);
+        EXPECT_EQ(agApi_feature_set(1), -1);
+    });
+}
