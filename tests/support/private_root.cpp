@@ -33,6 +33,7 @@ std::string failure(const char *what) {
 
 // Copies a program of the machine and the libraries that it is linked to.
 void copyProgram(const std::string &program, const std::string &destination) {
+    fs::create_directories(fs::path(destination).parent_path());
     fs::copy_file(program, destination, fs::copy_options::overwrite_existing);
     FILE *listing = popen(("ldd " + program + " 2>/dev/null").c_str(), "r");
     if (listing == nullptr)
@@ -52,8 +53,9 @@ void copyProgram(const std::string &program, const std::string &destination) {
     pclose(listing);
 }
 
-void populate() {
-    fs::create_directories(rootPath + "/bin");
+void populate(const std::vector<Program> &programs) {
+    for (const auto &program : programs)
+        copyProgram(program.source, rootPath + program.destination);
     copyProgram("/bin/dash", rootPath + "/bin/sh");
     copyProgram("/bin/busybox", rootPath + "/bin/busybox");
     for (const char *tool : kFileTools)
@@ -81,16 +83,12 @@ std::string becomeNamespaceRoot() {
 
 } // namespace
 
-std::string enterPrivateRoot() {
+std::string enterPrivateRoot(const std::vector<Program> &programs) {
     const char *base = getenv("TMPDIR");
     rootPath = std::string(base != nullptr ? base : "/tmp") + "/private-root-XXXXXX";
     if (mkdtemp(rootPath.data()) == nullptr)
         return failure("mkdtemp");
-    try {
-        populate();
-    } catch (const fs::filesystem_error &error) {
-        return error.what();
-    }
+    populate(programs); // what is missing is a fault, not a refusal: it throws
     oldRoot = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     oldDirectory = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (geteuid() != 0) {

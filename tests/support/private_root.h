@@ -2,12 +2,20 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace rig {
 
+// A program or library for the private root, with the libraries that it is linked to. What stands
+// below /lib there outlives resetPrivateRoot.
+struct Program {
+    std::string source;
+    std::string destination;
+};
+
 // Builds the directory (a shell, plain file tools, the router's usual folders) and makes it the
 // process's root, as root or in a user namespace. Gives the reason when the machine refuses.
-std::string enterPrivateRoot();
+std::string enterPrivateRoot(const std::vector<Program> &programs = {});
 
 // Goes back to the old root and removes the directory. Does nothing when there is none.
 void leavePrivateRoot();
