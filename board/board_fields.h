@@ -1,7 +1,7 @@
 /*
  * The fixed fields of the board-data block.
  *
- * Every routine reads the block from flash first and returns -1 when that fails or when a pointer
+ * Every routine reads the block from flash and returns -1 when that fails or when a pointer
  * is missing. The writers put the whole block back and return 0, or -1 as write_board_data does;
  * what they refuse by its length or content, with a message on standard output, leaves flash
  * untouched.

@@ -17,7 +17,7 @@ struct RegionRow {
 };
 static_assert(sizeof(RegionRow) == 54);
 
-// The first row is for unknown codes and never matched.
+// The first row is the default, for unknown codes too.
 constexpr RegionRow region_mapping[] = {
     {0, "", "English", "5", "0"},
     {1, "NA", "English", "11", "-8"},
@@ -43,7 +43,7 @@ int fail(const char *action, SkuError error) {
 
 const RegionRow &find_region(uint32_t code) {
     for (const RegionRow &row : region_mapping) {
-        if (&row != region_mapping && row.code == code)
+        if (row.code == code)
             return row;
     }
     return region_mapping[0];

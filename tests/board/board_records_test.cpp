@@ -1,13 +1,14 @@
 #include "board/board_data.h"
 #include "board/board_records.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "support/fixture.h"
 
 #include <string>
 #include <vector>
 
 namespace {
+
+class BoardRecords : public rig::Fixture {};
 
 constexpr std::size_t kArea = 0x8000;
 constexpr int kLargestAlone = 0x8000 - 5 * 8; // one record with data, three empty ones, the marker
@@ -46,7 +47,7 @@ std::string header(unsigned int id, unsigned int length) {
 
 } // namespace
 
-TEST(BoardRecords, AWriteBuildsTheWholeChainInTheOrderOfTheIds) {
+TEST_F(BoardRecords, AWriteBuildsTheWholeChainInTheOrderOfTheIds) {
     Block block;
     const Block erased;
     for (int id = 1; id <= 4; ++id)
@@ -63,7 +64,7 @@ TEST(BoardRecords, AWriteBuildsTheWholeChainInTheOrderOfTheIds) {
     EXPECT_EQ(block.read(3), "third");
 }
 
-TEST(BoardRecords, ARecordCountsOnlyWithAnotherHeaderRightBehindIt) {
+TEST_F(BoardRecords, ARecordCountsOnlyWithAnotherHeaderRightBehindIt) {
     Block block;
     block.put(kArea + 3, header(2, 4) + "lost" + "no header");
     EXPECT_EQ(block.read(2), "none");
@@ -76,7 +77,7 @@ TEST(BoardRecords, ARecordCountsOnlyWithAnotherHeaderRightBehindIt) {
     EXPECT_EQ(block.read(1), "none");
 }
 
-TEST(BoardRecords, TheLastPlaceForAHeaderIsWrittenButNotSeen) {
+TEST_F(BoardRecords, TheLastPlaceForAHeaderIsWrittenButNotSeen) {
     Block block;
     ASSERT_GE(block.write(4, std::string(kLargestAlone - 1, 'x')), 0);
     EXPECT_EQ(block.read(4), std::string(kLargestAlone - 1, 'x'));
@@ -85,16 +86,18 @@ TEST(BoardRecords, TheLastPlaceForAHeaderIsWrittenButNotSeen) {
     EXPECT_EQ(block.read(4), "none");
 }
 
-TEST(BoardRecords, ARefusalChangesNothing) {
+TEST_F(BoardRecords, ARefusalChangesNothing) {
     Block block;
     ASSERT_GE(block.write(2, "12345"), 0);
     const Block before = block;
     const std::string data(65537, 'x');
-    const std::string noRoom = "No room to add last magic";
-    testing::internal::CaptureStdout();
-    for (const int length : {kLargestAlone - 4, 65535, 65536, 65537})
-        EXPECT_EQ(bd_write_record_2(1, data.data(), block.bytes.data(), length), -1) << length;
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), noRoom + noRoom + noRoom + noRoom);
+    for (const int length : {kLargestAlone - 4, 65535, 65536, 65537}) {
+        EXPECT_EQ(rig::standardOutput([&] {
+                      EXPECT_EQ(bd_write_record_2(1, data.data(), block.bytes.data(), length), -1);
+                  }),
+                  "No room to add last magic")
+            << length;
+    }
     EXPECT_EQ(bd_write_record_2(1, data.data(), block.bytes.data(), -1), -1);
     EXPECT_EQ(bd_write_record_2(1, nullptr, block.bytes.data(), 0), -1);
     for (const int id : {-1, 0, 5, 65537})
@@ -103,10 +106,10 @@ TEST(BoardRecords, ARefusalChangesNothing) {
 
     char out = 'o';
     uint32_t length = 77;
-    testing::internal::CaptureStdout();
-    for (const int size : {4, -1})
-        EXPECT_EQ(bd_read_record_2(2, &out, block.bytes.data(), &length, size), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(rig::standardOutput([&] {
+                  for (const int size : {4, -1})
+                      EXPECT_EQ(bd_read_record_2(2, &out, block.bytes.data(), &length, size), -1);
+              }),
               "bd_record_len:5 > buf_size:4\nbd_record_len:5 > buf_size:-1\n");
     EXPECT_EQ(bd_read_record_2(2, nullptr, block.bytes.data(), &length, 5), -1);
     EXPECT_EQ(bd_read_record_2(0, &out, block.bytes.data(), &length, 5), -1);
@@ -114,11 +117,10 @@ TEST(BoardRecords, ARefusalChangesNothing) {
     EXPECT_EQ(length, 77u);
 }
 
-TEST(BoardRecords, NoBlockLeadsOutsideIt) {
+TEST_F(BoardRecords, NoBlockLeadsOutsideIt) {
     const std::string fills[] = {
         header(3, 65535), header(4, 32752),     header(1, 0), header(2, 1),
         header(1, 3),     header(2, 3) + "abc", "\xBD",       "\xBD\x0B\x0D\xBD\x0B\x0D"};
-    testing::internal::CaptureStdout(); // such chains often have no room
     for (const std::string &fill : fills) {
         for (std::size_t shift = 0; shift < 8; ++shift) { // every cut of a header by the end
             Block block;
@@ -126,12 +128,14 @@ TEST(BoardRecords, NoBlockLeadsOutsideIt) {
                 block.put(at, fill.substr(0, BOARD_DATA_SIZE - at));
             const Block before = block;
             const int id = 1 + static_cast<int>(shift % 4);
-            if (block.write(id, "new") < 0)
+            int result = 0;
+            const auto write = [&] { result = block.write(id, "new"); };
+            rig::standardOutput(write); // such chains often have no room
+            if (result < 0)
                 EXPECT_EQ(block.bytes, before.bytes);
             else
                 EXPECT_EQ(block.text(kArea, 5), header(1, 0).substr(0, 5));
             EXPECT_EQ(block.text(0, kArea), before.text(0, kArea));
         }
     }
-    testing::internal::GetCapturedStdout();
 }

@@ -234,7 +234,7 @@ TEST_F(Mtd, AFailureOfAnyCallIsReportedAndDamagesNothingBehindIt) {
             }
         }
     }
-    RecordProperty("fault_injections", points);
+    EXPECT_GT(points, 400); // the good runs made as many calls as they should
 }
 
 TEST_F(Mtd, AFailedOpenIsReportedAndTouchesNothing) {
