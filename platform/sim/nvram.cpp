@@ -22,15 +22,15 @@ class ErrnoKeeper {
 };
 
 struct Text {
-    char *characters;
-    std::size_t room;
+    char *characters = nullptr;
+    std::size_t room = 0;
 };
 
 // The texts that a thread was given last. Each place keeps its memory for the next text.
 struct Recent {
     std::array<Text, 16> texts;
-    unsigned int next;
-    bool released_at_thread_end;
+    unsigned int next = 0;
+    bool released_at_thread_end = false;
 };
 constinit thread_local Recent recent;
 pthread_key_t recent_key;

@@ -1,6 +1,7 @@
 // The `nvram` command: the settings store at a shell's reach.
 #include "platform/sim/store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -80,6 +81,8 @@ std::string name_problem(std::string_view name) {
 
 // Splits NAME=VALUE. Gives what is wrong with it, nothing when it is good.
 std::string split(std::string_view text, Assignment &assignment) {
+    if (text.find('\0') != std::string_view::npos)
+        return "a NUL byte";
     const std::size_t equals = text.find('=');
     if (equals == std::string_view::npos)
         return "no '=' in '" + std::string(text.substr(0, 40)) + "'";
@@ -143,24 +146,24 @@ bool fits_a_line(std::string_view name, std::string_view value) {
            value.find('\n') == std::string_view::npos;
 }
 
-// A line break here would make a setting of what follows it.
-std::string on_one_line(std::string_view name) {
-    std::string text(name);
-    for (char &character : text)
-        if (character == '\n')
-            character = ' ';
-    return text;
+// The line that show prints for a setting.
+std::string shown(std::string_view name, std::string_view value) {
+    std::string line(name);
+    if (fits_a_line(name, value))
+        return line.append("=").append(value) += '\n';
+    std::replace(line.begin(), line.end(), '\n', ' '); // what follows it would be a setting
+    return "# no line can hold this setting: " + line + '\n';
 }
 
+// Printed only when the reading is over: a slow pager must not keep old values alive.
 int show(Arguments) {
-    const store::Reading reading;
-    const int result = reading.each([](std::string_view name, std::string_view value) {
-        if (fits_a_line(name, value))
-            std::cout << name << '=' << value << '\n';
-        else
-            std::cout << "# no line can hold this setting: " << on_one_line(name) << '\n';
-    });
-    return result == 0 ? kDone : store_failed(result);
+    std::string lines;
+    const int result = store::Reading().each(
+        [&lines](std::string_view name, std::string_view value) { lines += shown(name, value); });
+    if (result != 0)
+        return store_failed(result);
+    std::cout << lines;
+    return kDone;
 }
 
 // Reads to the end first: a slow input must not keep other writers waiting.
@@ -173,9 +176,11 @@ int import_lines(std::istream &input, const std::string &file) {
             continue;
         Assignment setting;
         const std::string &kept = lines.emplace_back(std::move(line));
-        if (const std::string problem = split(kept, setting); !problem.empty())
-            return failed(file + ":" + std::to_string(number) + ": " + problem +
-                          "; nothing was imported");
+        if (const std::string problem = split(kept, setting); !problem.empty()) {
+            std::cerr << "nvram: " << file << ':' << number << ": " << problem
+                      << "; nothing was imported\n";
+            return kFailed;
+        }
         settings.push_back(setting);
     }
     if (!input.eof())

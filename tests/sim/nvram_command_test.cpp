@@ -87,7 +87,8 @@ TEST_F(NvramCommand, AnImportIsWholeOrNotAtAll) {
     EXPECT_EQ(printed("show"), " x = 1 \nend=\nname=last\n");
 
     const std::string largest(65536, 'v');
-    for (const std::string &wrong : {std::string("word"), std::string("=x"), "v=v" + largest}) {
+    for (const std::string &wrong :
+         {std::string("word"), std::string("=x"), std::string("a=b\0", 4), "v=v" + largest}) {
         std::ofstream(file) << "name=new\nlarge=" << largest << "\n#\n" << wrong << "\n";
         expectProblem("import " + file, 1, file + ":4: ");
         EXPECT_EQ(printed("get name"), "last\n");

@@ -2,6 +2,7 @@
 
 #include "sim/own_store.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <fstream>
@@ -12,7 +13,6 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 static std::atomic<int> syncs;
 
@@ -88,9 +88,9 @@ TEST_F(Nvram, ATextStaysValidUntilItsThreadHasRead16More) {
         for (int i = 0; i < 16; ++i)
             set(std::to_string(i), value(i));
         for (int round = 0; round < 3; ++round) {
-            std::vector<const char *> texts;
+            std::array<const char *, 16> texts;
             for (int i = 0; i < 16; ++i)
-                texts.push_back(kelpNvramConfig_get(std::to_string((i + round) % 16).c_str()));
+                texts[i] = kelpNvramConfig_get(std::to_string((i + round) % 16).c_str());
             std::thread([] {
                 for (int i = 0; i < 40; ++i)
                     get("15");
@@ -147,9 +147,9 @@ TEST_F(Nvram, ProcessesKilledAtAnyMomentLoseNothingAndLeaveNoLock) {
     auto *done = static_cast<std::atomic<int> *>(shared);
     std::mt19937 random(1);
     for (int round = 0; round < 40; ++round) {
-        std::vector<pid_t> writers;
+        std::array<pid_t, kWriters> writers;
         for (int i = 0; i < kWriters; ++i)
-            writers.push_back(startProcess([&, i] { writeForever(std::to_string(i), done[i]); }));
+            writers[i] = startProcess([&, i] { writeForever(std::to_string(i), done[i]); });
         for (const pid_t writer : writers) {
             usleep(random() % 5000);
             kill(writer, SIGKILL);
