@@ -24,9 +24,11 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMaxClients = 32;
 constexpr int kQueue = 64;
 
-// A caller that has not sent its request and fetched its reply by then is dropped. Longer than the
-// shim waits, so that it is never the engine that gives up on a caller that is still there.
-constexpr auto kClientLifetime = std::chrono::seconds(10);
+// A caller is dropped when it has not moved on for this long, and at the latest after the second
+// span. The shim gives up earlier than that, and those who wait in the queue get their turn in
+// time.
+constexpr auto kStall = std::chrono::seconds(1);
+constexpr auto kLifetime = std::chrono::seconds(10);
 
 // How long no further caller is accepted after the system refused to (out of descriptors).
 constexpr auto kAcceptPause = std::chrono::seconds(1);
@@ -55,8 +57,9 @@ std::vector<std::uint8_t> encodeReply(const Reply &reply) {
 // One connection: receives a request, then sends the reply.
 class Client {
   public:
-    explicit Client(int descriptor)
-        : socket_(descriptor), deadline_(Clock::now() + kClientLifetime) {}
+    explicit Client(int descriptor) : socket_(descriptor), end_(Clock::now() + kLifetime) {
+        movedOn();
+    }
 
     [[nodiscard]] pollfd watch() const {
         const bool sending = !output_.empty();
@@ -110,6 +113,8 @@ class Client {
                checkRequest(head().number, header()) != 0;
     }
 
+    void movedOn() { deadline_ = std::min(Clock::now() + kStall, end_); }
+
     void receive(Source &source) {
         while (input_.size() < expected()) {
             const std::size_t had = input_.size();
@@ -122,6 +127,7 @@ class Client {
                 done_ = received == 0 || (error != EAGAIN && error != EINTR);
                 return;
             }
+            movedOn();
             if (garbage()) {
                 done_ = true;
                 return;
@@ -147,12 +153,13 @@ class Client {
             done_ = errno != EAGAIN && errno != EINTR;
             return;
         }
+        movedOn();
         sent_ += static_cast<std::size_t>(sent);
         done_ = sent_ == output_.size();
     }
 
     Descriptor socket_;
-    Clock::time_point deadline_;
+    Clock::time_point end_, deadline_{};
     std::vector<std::uint8_t> input_, output_;
     std::size_t sent_ = 0;
     bool done_ = false;

@@ -128,6 +128,7 @@ void Tables::dropRows(const std::bitset<256> &uids) {
 
 void Tables::indexRows() {
     rowIndex_.clear();
+    rowIndex_.reserve(rows_.size());
     for (std::size_t i = 0; i < rows_.size(); ++i)
         rowIndex_.emplace(rowKey(rows_[i].uid, rows_[i].cat_id, rows_[i].app_id), i);
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <unordered_map>
 #include <vector>
 
 namespace idpfwd {
@@ -73,9 +74,9 @@ class Tables {
 
     std::vector<devid_user_entry> users_;
     std::vector<devid_app_rate_entry> rows_;
-    std::map<std::uint32_t, std::size_t> rowIndex_; // uid, category, application -> row
-    std::map<Mac, std::uint32_t> refused_;          // devices that did not fit -> last seen
-    std::set<std::uint32_t> refusedRows_;           // pairs that did not fit, keyed as rowIndex_
+    std::unordered_map<std::uint32_t, std::size_t> rowIndex_; // uid, category, application -> row
+    std::map<Mac, std::uint32_t> refused_; // devices that did not fit -> last seen
+    std::set<std::uint32_t> refusedRows_;  // pairs that did not fit, keyed as rowIndex_
     std::uint8_t lastUid_ = 0;
     Overflow overflow_;
 };

@@ -1,0 +1,147 @@
+// The callers' headers, and what their requests are answered with.
+#include "engine/requests.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace idpfwd {
+namespace {
+
+// Gives one prepared reply, and remembers what was asked.
+class Prepared final : public Source {
+  public:
+    [[nodiscard]] int descriptor() const override { return -1; }
+    [[nodiscard]] int timeout() const override { return -1; }
+    void work() override {}
+    [[nodiscard]] bool finished() const override { return false; }
+    std::optional<Reply> answer(const Request &request) override {
+        asked = request;
+        return reply;
+    }
+    Request asked;
+    std::optional<Reply> reply;
+};
+
+constexpr CallerHeader kUserList{
+    .magic = 191, .nr = 10, .op = 1, .outAddress = 8, .outCapacity = 5760};
+
+Source &withOneUser(Prepared &source) {
+    source.tables.seeUser({1, 2, 3, 4, 5, 6}, 77);
+    return source;
+}
+
+TEST(CallerHeader, BothLayoutsGiveTheSameFields) {
+    const std::vector<std::uint8_t> narrow = {
+        0xBF, 0,    0,    0,    12,   2,    0,    2,    0x10, 0x20, 0x30, 0x40, 5, 1, 0,
+        0,    0x44, 0x33, 0x22, 0x11, 0x88, 0x77, 0x66, 0x55, 0x80, 0x16, 0,    0, 0, 0,
+        0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0, 0};
+    std::vector<std::uint8_t> wide(64);
+    std::copy_n(narrow.begin(), 12, wide.begin());          // up to the input's low half
+    std::copy_n(narrow.begin() + 12, 4, wide.begin() + 16); // in_len
+    std::copy_n(narrow.begin() + 16, 4, wide.begin() + 24); // out
+    std::copy_n(narrow.begin() + 20, 4, wide.begin() + 32); // out_used_len
+    std::copy_n(narrow.begin() + 24, 4, wide.begin() + 40); // out_len
+    for (const auto &bytes : {narrow, wide}) {
+        const auto header = decodeCallerHeader(bytes);
+        ASSERT_TRUE(header);
+        EXPECT_EQ(header->magic, 191U);
+        EXPECT_EQ(header->nr, 12);
+        EXPECT_EQ(header->op, 2);
+        EXPECT_EQ(header->inputSize(), 261U);
+        EXPECT_EQ(header->inAddress, 0x40302010U);
+        EXPECT_EQ(header->outAddress, 0x11223344U);
+        EXPECT_EQ(header->usedAddress, 0x55667788U);
+        EXPECT_EQ(header->capacity(), 5760U);
+    }
+    wide[12] = 1; // the high halves of pointers
+    wide[31] = 0x7F;
+    EXPECT_EQ(decodeCallerHeader(wide)->inAddress, 0x140302010U);
+    EXPECT_EQ(decodeCallerHeader(wide)->outAddress, 0x7F00000011223344U);
+    EXPECT_FALSE(decodeCallerHeader(std::span(wide).first(48)));
+}
+
+TEST(CallerHeader, OurOwnHeaderIsReadAsItLiesInMemory) {
+    std::uint32_t used = 0;
+    forward_ioctl own{};
+    own.magic = IDPFW_MAGIC;
+    own.out = &used;
+    own.out_used_len = &used;
+    own.out_len = 4;
+    std::vector<std::uint8_t> bytes(sizeof own);
+    memcpy(bytes.data(), &own, sizeof own);
+    const auto header = decodeCallerHeader(bytes);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->outAddress, reinterpret_cast<std::uintptr_t>(&used));
+    EXPECT_EQ(header->usedAddress, reinterpret_cast<std::uintptr_t>(&used));
+    EXPECT_EQ(header->capacity(), 4U);
+    EXPECT_EQ(header->inputSize(), 0U);
+}
+
+TEST(Requests, TheUserListIsTheTablesRecordsBackToBack) {
+    Prepared source;
+    withOneUser(source);
+    source.tables.seeUser({6, 5, 4, 3, 2, 1}, 78);
+    const Reply reply = serve(0xC02CBF0A, kUserList, {}, source);
+    EXPECT_EQ(reply.error, 0);
+    ASSERT_EQ(reply.output.size(), 180U);
+    EXPECT_EQ(reply.reportedLength, 180U);
+    EXPECT_EQ(reply.output[0], 1);
+    EXPECT_EQ(reply.output[90], 2);
+    EXPECT_EQ(reply.output[91], 6);
+    EXPECT_EQ(reply.output[90 + 86], 1) << "available";
+}
+
+TEST(Requests, OutputIsCutToTheCallersCapacityInBytes) {
+    Prepared source;
+    withOneUser(source);
+    CallerHeader header = kUserList;
+    for (const std::uint32_t capacity : {0U, 1U, 89U, 90U}) {
+        header.outCapacity = capacity;
+        const Reply reply = serve(0xC02CBF0A, header, {}, source);
+        EXPECT_EQ(reply.output.size(), capacity);
+        EXPECT_EQ(reply.reportedLength, capacity);
+    }
+    header.outAddress = 0;
+    EXPECT_EQ(serve(0xC02CBF0A, header, {}, source).output.size(), 0U) << "no buffer at all";
+}
+
+TEST(Requests, ASourceStandsInForTheTablesAndMayReportWhatItLikes) {
+    Prepared source;
+    withOneUser(source);
+    source.reply = Reply{.error = 0, .output = {1, 2, 3}, .reportedLength = 9999};
+    const Reply reply = serve(0xC02CBF0A, kUserList, {}, source);
+    EXPECT_EQ(reply.output, (std::vector<std::uint8_t>{1, 2, 3}));
+    EXPECT_EQ(reply.reportedLength, 9999U);
+    source.reply = Reply{.error = EIO, .output = {1, 2, 3}, .reportedLength = 3};
+    EXPECT_EQ(serve(0xC02CBF0A, kUserList, {}, source).error, EIO);
+    EXPECT_TRUE(serve(0xC02CBF0A, kUserList, {}, source).output.empty());
+}
+
+TEST(Requests, WhatCannotBeServedHasItsErrno) {
+    Prepared source;
+    struct Case {
+        std::uint32_t number;
+        CallerHeader header;
+        int error;
+    };
+    const Case cases[] = {
+        {0xC02CBF0E, {.magic = 191, .nr = 14, .op = 8}, ENOTTY},
+        {0xC02CBF0A, {.magic = 191, .nr = 10, .op = 2}, ENOTTY},
+        {0xC02CBF63, {.magic = 191, .nr = 99, .op = 1}, ENOTTY},
+        {0xC040BF0A, kUserList, ENOTTY}, // another size in the number
+        {0x5413, kUserList, ENOTTY},
+        {0xC02CBF0A, {.magic = 190, .nr = 10, .op = 1}, EINVAL},
+        {0xC02CBF0A, {.magic = 191, .nr = 12, .op = 1}, EINVAL},
+        {0xC02CBF0C,
+         {.magic = 191, .nr = 12, .op = 2, .inType = 2, .inLength = kMaxInput + 1},
+         EINVAL},
+    };
+    for (const Case &each : cases)
+        EXPECT_EQ(serve(each.number, each.header, {}, source).error, each.error)
+            << std::hex << each.number << " nr " << int{each.header.nr};
+}
+
+} // namespace
+} // namespace idpfwd
