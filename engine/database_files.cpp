@@ -13,7 +13,8 @@ char loadable(char letter) {
     if (letter == '0')
         return 'O';
     const auto code = static_cast<unsigned char>(letter);
-    const bool plain = code >= ' ' && code < 0x7f && letter != '\\' && letter != ',' && letter != '"';
+    const bool plain =
+        code >= ' ' && code < 0x7f && letter != '\\' && letter != ',' && letter != '"';
     return plain ? letter : '_';
 }
 

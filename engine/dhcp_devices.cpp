@@ -62,9 +62,9 @@ constexpr Rule kVendorClasses[] = {
 };
 
 constexpr Rule kHostNames[] = {
-    {"iphone", kIphone},   {"ipad", kIpad},        {"macbook", kMac},
-    {"imac", kMac},        {"android", kAndroid},  {"galaxy-", kAndroid},
-    {"pixel-", kAndroid},  {"desktop-", kWindowsPc}, {"laptop-", kWindowsPc},
+    {"iphone", kIphone},     {"ipad", kIpad},          {"macbook", kMac},
+    {"imac", kMac},          {"android", kAndroid},    {"galaxy-", kAndroid},
+    {"pixel-", kAndroid},    {"desktop-", kWindowsPc}, {"laptop-", kWindowsPc},
     {"raspberrypi", kLinux},
 };
 
@@ -95,7 +95,9 @@ const DeviceKind *matchParameters(std::span<const std::uint8_t> parameters) {
 
 } // namespace
 
-std::span<const DeviceKind> deviceKinds() { return kDevices; }
+std::span<const DeviceKind> deviceKinds() {
+    return kDevices;
+}
 
 Identification identify(const DhcpFacts &facts) {
     if (const DeviceKind *kind = match(kVendorClasses, facts.vendorClass))

@@ -117,7 +117,6 @@ void FlowTable::hold(Flow &flow, const Holding &holding) {
     if (same->stay != holding.stay)
         same->traffic = {};
     same->stay = holding.stay;
-    same->seconds = holding.seconds;
     addTo(same->traffic, holding.traffic);
 }
 

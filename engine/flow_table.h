@@ -27,7 +27,6 @@ struct Moment {
 struct Holding {
     Mac mac{};
     std::uint32_t stay = 0; // when the device came (its ts_create); 0 when it is no user
-    std::uint32_t seconds = 0; // when its last packet passed
     Traffic traffic;
 };
 

@@ -34,7 +34,9 @@ void Classifier::ModuleDeleter::operator()(ndpi_detection_module_struct *module)
     ndpi_exit_detection_module(module);
 }
 
-void Classifier::FlowDeleter::operator()(ndpi_flow_struct *flow) const { ndpi_free_flow(flow); }
+void Classifier::FlowDeleter::operator()(ndpi_flow_struct *flow) const {
+    ndpi_free_flow(flow);
+}
 
 Classifier::Classifier(ndpi_detection_module_struct *module)
     : module_(module), copy_(kInspected + kMargin) {}
@@ -60,7 +62,9 @@ Classifier::FlowState Classifier::newFlow() const {
     return FlowState(flow);
 }
 
-std::size_t Classifier::flowSize() { return ndpi_detection_get_sizeof_ndpi_flow_struct(); }
+std::size_t Classifier::flowSize() {
+    return ndpi_detection_get_sizeof_ndpi_flow_struct();
+}
 
 std::uint8_t Classifier::categoryOf(std::uint16_t id) const {
     ndpi_protocol protocol{};
@@ -68,13 +72,13 @@ std::uint8_t Classifier::categoryOf(std::uint16_t id) const {
     return static_cast<std::uint8_t>(ndpi_get_proto_category(module_.get(), protocol));
 }
 
-// A look-up of a well-known name is still a look-up, not that service's traffic: such a second
-// name only informs, and the first one counts.
+// A look-up of a well-known name is still a look-up, not that service's traffic.
+bool Classifier::isLookUp(std::uint16_t id) const {
+    return id != NDPI_PROTOCOL_UNKNOWN && ndpi_is_subprotocol_informative(module_.get(), id) != 0;
+}
+
 Application Classifier::application(std::uint16_t master, std::uint16_t id) const {
-    const bool first = id == NDPI_PROTOCOL_UNKNOWN ||
-                       (master != NDPI_PROTOCOL_UNKNOWN &&
-                        ndpi_is_subprotocol_informative(module_.get(), master) != 0);
-    const std::uint16_t chosen = first ? master : id;
+    const std::uint16_t chosen = id == NDPI_PROTOCOL_UNKNOWN || isLookUp(master) ? master : id;
     if (chosen >= ndpi_get_num_supported_protocols(module_.get()))
         return {};
     return {categoryOf(chosen), chosen};
@@ -93,8 +97,8 @@ std::optional<Application> Classifier::inspect(ndpi_flow_struct &flow,
         module_.get(), &flow, copy_.data(), static_cast<unsigned short>(size), milliseconds);
     if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN)
         return std::nullopt;
-    // A carrier alone (a certificate, a reply) may yet show what it carries.
-    if (seen.master_protocol == NDPI_PROTOCOL_UNKNOWN &&
+    // A carrier alone may yet show what it carries (in a certificate, in a reply).
+    if (seen.master_protocol == NDPI_PROTOCOL_UNKNOWN && !isLookUp(seen.app_protocol) &&
         ndpi_extra_dissection_possible(module_.get(), &flow) != 0)
         return std::nullopt;
     return application(seen.master_protocol, seen.app_protocol);

@@ -66,6 +66,7 @@ class Classifier {
     };
 
     explicit Classifier(ndpi_detection_module_struct *module);
+    [[nodiscard]] bool isLookUp(std::uint16_t id) const;
     [[nodiscard]] Application application(std::uint16_t master, std::uint16_t id) const;
     [[nodiscard]] std::uint8_t categoryOf(std::uint16_t id) const;
 

@@ -32,7 +32,9 @@ Packet::Address addressAt(Bytes bytes, std::size_t offset, std::size_t size) {
     return address;
 }
 
-bool isTag(std::uint16_t type) { return type == 0x8100 || type == 0x88a8 || type == 0x9100; }
+bool isTag(std::uint16_t type) {
+    return type == 0x8100 || type == 0x88a8 || type == 0x9100;
+}
 
 void readTransport(Bytes transport, Packet &packet) {
     const bool tcp = packet.protocol == kProtocolTcp;
@@ -135,7 +137,8 @@ bool parseFrame(Bytes frame, Packet &packet) {
 }
 
 bool isDevice(const Mac &mac) {
-    return (mac[0] & 1) == 0 && std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
+    return (mac[0] & 1) == 0 &&
+           std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
 }
 
 std::array<std::uint8_t, 4> arpSender(const Packet &packet) {

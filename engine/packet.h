@@ -24,7 +24,7 @@ struct Packet {
 
     Mac source{};
     Mac destination{};
-    std::uint32_t vlan = 0; // the identifiers of all tags, the outermost in the highest bits
+    std::uint32_t vlan = 0;      // the identifiers of all tags, the outermost in the highest bits
     std::uint16_t etherType = 0; // behind the tags; below 0x600 it is a length
     Bytes network;               // what follows the Ethernet header and the tags
 

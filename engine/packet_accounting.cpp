@@ -12,7 +12,9 @@ namespace {
 
 constexpr std::uint16_t kDhcpServerPort = 67;
 
-bool isLinkLocal(const std::uint8_t *ipv6) { return ipv6[0] == 0xfe && (ipv6[1] & 0xc0) == 0x80; }
+bool isLinkLocal(const std::uint8_t *ipv6) {
+    return ipv6[0] == 0xfe && (ipv6[1] & 0xc0) == 0x80;
+}
 
 bool isUnset(std::span<const std::uint8_t> address) {
     return std::all_of(address.begin(), address.end(), [](auto octet) { return octet == 0; });
@@ -73,15 +75,17 @@ PacketAccounting::PacketAccounting(Tables &tables, Classifier &classifier,
     : tables_(tables), gateway_(gateway), forgetSeconds_(forgetSeconds), flows_(classifier, *this) {
 }
 
-bool PacketAccounting::isClient(const Mac &mac) const { return isDevice(mac) && mac != gateway_; }
+bool PacketAccounting::isClient(const Mac &mac) const {
+    return isDevice(mac) && mac != gateway_;
+}
 
 // When the device came, or 0 when the table has no room for it.
-std::uint32_t PacketAccounting::see(const Mac &mac, const Packet &packet, std::uint32_t seconds) {
-    devid_user_entry *user = tables_.seeUser(mac, seconds);
+std::uint32_t PacketAccounting::see(const Mac &mac, const Packet &packet) {
+    devid_user_entry *user = tables_.seeUser(mac, seconds_);
     if (user == nullptr)
         return 0;
     if (mac == packet.source)
-        learn(packet, *user, seconds);
+        learn(packet, *user, seconds_);
     return user->ts_create;
 }
 
@@ -89,15 +93,16 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
     Packet packet;
     if (!parseFrame(captured, packet))
         return;
+    seconds_ = now.seconds;
     std::array<Holding, 2> concerned;
     std::size_t count = 0;
     if (isClient(packet.source))
-        concerned[count++] = {packet.source, 0, now.seconds, {0, length, 0, 1}};
+        concerned[count++] = {packet.source, 0, {0, length, 0, 1}};
     if (isClient(packet.destination))
-        concerned[count++] = {packet.destination, 0, now.seconds, {length, 0, 1, 0}};
+        concerned[count++] = {packet.destination, 0, {length, 0, 1, 0}};
     const auto holdings = std::span(concerned).first(count);
     for (Holding &holding : holdings)
-        holding.stay = see(holding.mac, packet, now.seconds);
+        holding.stay = see(holding.mac, packet);
     if (packet.version != 0 && count != 0)
         flows_.add(packet, holdings, now);
     else
@@ -111,10 +116,11 @@ void PacketAccounting::count(const Holding &holding, const Application &applicat
     const bool stayed = user != nullptr && user->ts_create == holding.stay;
     if (stayed || holding.stay == 0)
         tables_.addTraffic(holding.mac, application.category, application.id, holding.traffic,
-                           holding.seconds);
+                           seconds_);
 }
 
 void PacketAccounting::advance(const Moment &now) {
+    seconds_ = now.seconds;
     flows_.expire(now.milliseconds);
     if (now.seconds == lastSweep_)
         return;

@@ -1,7 +1,4 @@
 # The sources that read packets, from an interface or a capture file.
-pkg_check_modules(ndpi REQUIRED IMPORTED_TARGET libndpi)
-pkg_check_modules(pcap REQUIRED IMPORTED_TARGET libpcap)
-
 add_library(
   idpfwd_packets STATIC
   database_files.cpp
@@ -15,6 +12,6 @@ add_library(
 )
 target_link_libraries(
   idpfwd_packets
-  PUBLIC common_options
+  PUBLIC idpfwd_core
   PRIVATE PkgConfig::ndpi PkgConfig::pcap
 )

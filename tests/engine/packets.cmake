@@ -1,0 +1,25 @@
+# The packet sources, without a private root: they read captures that the build makes.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set(capture_dir ${PROJECT_BINARY_DIR}/tests/capture)
+add_custom_command(
+  OUTPUT ${capture_dir}/home.pcap ${capture_dir}/home.pcapng ${capture_dir}/expected.json
+  COMMAND Python3::Interpreter ${CMAKE_CURRENT_SOURCE_DIR}/make_capture.py ${capture_dir}
+  DEPENDS make_capture.py
+  COMMENT "Making a capture of a home network"
+)
+add_custom_target(home_capture DEPENDS ${capture_dir}/home.pcap)
+
+add_executable(
+  packets_test
+  database_files_test.cpp
+  dhcp_test.cpp
+  packet_accounting_test.cpp
+  packet_source_test.cpp
+  packet_test.cpp
+)
+add_dependencies(packets_test home_capture)
+target_include_directories(packets_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+target_compile_definitions(packets_test PRIVATE CAPTURE_DIR="${capture_dir}")
+target_link_libraries(packets_test PRIVATE idpfwd_packets GTest::gmock GTest::gtest_main PkgConfig::cjson)
+set_target_properties(packets_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+discover_suite(packets_test)
