@@ -7,12 +7,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cjson/cJSON.h>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
+#include <memory>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
@@ -70,6 +72,27 @@ void waitFor(const char *what, const std::function<bool()> &condition) {
     FAIL() << "waited in vain for " << what;
 }
 
+struct JsonDeleter {
+    void operator()(cJSON *json) const { cJSON_Delete(json); }
+};
+using Json = std::unique_ptr<cJSON, JsonDeleter>;
+
+const cJSON *member(const cJSON *object, const char *name) {
+    return cJSON_GetObjectItemCaseSensitive(object, name);
+}
+std::string text(const cJSON *object, const char *name) {
+    return member(object, name)->valuestring;
+}
+double number(const cJSON *object, const char *name) {
+    return member(object, name)->valuedouble;
+}
+
+std::string line(const std::string &mac, const std::string &category,
+                 const std::string &application, double up, double down) {
+    return mac + " " + category + "/" + application + " up " + std::to_string(up) + " down " +
+           std::to_string(down);
+}
+
 class EndToEnd : public testing::Test {
   protected:
     void SetUp() override {
@@ -98,11 +121,14 @@ class EndToEnd : public testing::Test {
         ASSERT_EQ(exitStatus(child), 0) << slurp("/err");
     }
 
-    void startEngine(const std::string &scenario) {
+    void playScenario(const std::string &scenario) {
         rig::writeFile("/scenario.json", scenario);
-        engine =
-            launch({"/lib/router/idpfwd", "--device", "socket", "--scenario", "/scenario.json"}, "",
-                   "/engine.out", "/engine.err");
+        startEngine({"--scenario", "/scenario.json"});
+    }
+
+    void startEngine(std::vector<std::string> options) {
+        options.insert(options.begin(), {"/lib/router/idpfwd", "--device", "socket"});
+        engine = launch(options, "", "/engine.out", "/engine.err");
         waitFor("the engine", [] { return !slurp("/engine.out").empty(); });
     }
 
@@ -175,7 +201,7 @@ TEST_F(EndToEnd, RefusesArgumentsAWrongRegionAndASecondStart) {
 }
 
 TEST_F(EndToEnd, ReportsOnRequestDumpsOnRequestAndLeavesOnTermination) {
-    startEngine(quietDevice(2));
+    playScenario(quietDevice(2));
     startForGood();
     EXPECT_EQ(slurp(kPidFile), std::to_string(daemon)); // no newline
     passes(4);
@@ -204,7 +230,7 @@ TEST_F(EndToEnd, ReportsOnRequestDumpsOnRequestAndLeavesOnTermination) {
 
 TEST_F(EndToEnd, WaitsWhileTheSwitchIsOffAndHonoursTheRequestWhenItComesOn) {
     set("enable_trafficUsageDetails", "0");
-    startEngine(quietDevice(1));
+    playScenario(quietDevice(1));
     startForGood();
     kill(daemon, SIGUSR1);
     passes(3);
@@ -215,7 +241,7 @@ TEST_F(EndToEnd, WaitsWhileTheSwitchIsOffAndHonoursTheRequestWhenItComesOn) {
 }
 
 TEST_F(EndToEnd, ReportsByItselfAtThe295thPeriodAndLosesThatOne) {
-    startEngine(quietDevice(296));
+    playScenario(quietDevice(296));
     startForGood();
     waitFor("the report", [] { return !rig::recordedCommands().empty(); });
     EXPECT_THAT(slurp(kReport), HasSubstr("\"numOfTrafficRecrod\":\t294"));
@@ -239,6 +265,35 @@ TEST_F(EndToEnd, CarriesOnWithoutAnEngineAPidFileAndAReportDirectory) {
     EXPECT_EQ(exitStatus(daemon), 0);
 }
 
+TEST_F(EndToEnd, ReportsACaptureToTheByteAsCountedFromItsFrames) {
+    startEngine(
+        {"--capture", "/lib/router/home.pcap", "--fast", "--gateway-mac", "02:00:5e:00:00:01"});
+    waitFor("the capture's end",
+            [] { return slurp("/engine.out").find("capture finished") != std::string::npos; });
+    startForGood();
+    passes(4);
+    kill(daemon, SIGUSR1);
+    waitFor("the report", [] { return !rig::recordedCommands().empty(); });
+
+    const Json report(cJSON_Parse(slurp(kReport).c_str()));
+    const Json expected(cJSON_Parse(rig::readFile("/lib/router/expected.json").c_str()));
+    std::vector<std::string> reported;
+    for (const cJSON *r = member(report.get(), "trafficInfo")->child; r != nullptr; r = r->next)
+        reported.push_back(line(text(r, "macAddress"), text(r, "appType"), text(r, "appName"),
+                                number(r, "uploadBandwidth"), number(r, "downloadBandwidth")));
+    std::vector<std::string> counted;
+    for (const cJSON *r = expected->child; r != nullptr; r = r->next) {
+        std::string mac = text(r, "mac");
+        std::transform(mac.begin(), mac.end(), mac.begin(), toupper);
+        const bool known = text(r, "application") != "Unknown"; // the daemon's word for id 0/0
+        counted.push_back(line(mac, known ? text(r, "category") : "Others",
+                               known ? text(r, "application") : "Others", number(r, "up"),
+                               number(r, "down")));
+    }
+    EXPECT_THAT(reported, testing::UnorderedElementsAreArray(counted));
+    EXPECT_GT(counted.size(), 5u);
+}
+
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
     if (testing::GTEST_FLAG(list_tests))
@@ -249,6 +304,9 @@ int main(int argc, char **argv) {
     for (const char *name : {"trafficUsageDetailsD", "idpfwd", "nvram", "libnvram.so", "libnat.so",
                              "libidpfw-shim.so"})
         programs.push_back({binaries + "/" + name, std::string("/lib/router/") + name});
+    for (const char *file : {"home.pcap", "expected.json"})
+        programs.push_back(
+            {std::string(CAPTURE_DIR "/") + file, std::string("/lib/router/") + file});
     programs.push_back({QUICK_WAIT, "/lib/router/libquick-wait.so"});
     prctl(PR_SET_CHILD_SUBREAPER, 1); // a daemon that detached itself is still waited for here
     refusal = rig::enterPrivateRoot(programs);
