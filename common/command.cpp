@@ -10,11 +10,10 @@
 
 namespace {
 
-// A command line under construction; remembers whether everything fitted.
+// A command line under construction in its caller's buffer; remembers whether everything fitted.
 class CommandLine {
   public:
-    explicit CommandLine(std::size_t size)
-        : size_(size < kLargestCommand ? size : kLargestCommand) {}
+    CommandLine(char *text, std::size_t size) : text_(text), size_(size) { *text_ = '\0'; }
 
     void add(char c) {
         if (length_ + 1 < size_) {
@@ -53,7 +52,6 @@ class CommandLine {
     }
 
     [[nodiscard]] bool fits() const { return fits_; }
-    [[nodiscard]] const char *text() const { return text_; }
 
   private:
     static bool is_plain(std::string_view text) {
@@ -66,14 +64,14 @@ class CommandLine {
         return true;
     }
 
+    char *text_;
     std::size_t size_;
     std::size_t length_ = 0;
     bool fits_ = true;
-    char text_[kLargestCommand] = "";
 };
 
-// False when the format asks for a conversion that the runner does not have.
-bool expand(CommandLine &line, const char *format, va_list arguments) {
+// False when something did not fit, or the format asks for a conversion that is not known here.
+bool expand(CommandLine line, const char *format, va_list arguments) {
     for (const char *c = format; *c != '\0'; ++c) {
         if (*c != '%') {
             line.add(*c);
@@ -96,7 +94,7 @@ bool expand(CommandLine &line, const char *format, va_list arguments) {
             return false;
         }
     }
-    return true;
+    return line.fits();
 }
 
 } // namespace
@@ -106,11 +104,22 @@ int run_shell(const char *command_line) {
     return system(command_line);
 }
 
-int run_command(std::size_t buffer_size, const char *format, ...) {
-    CommandLine line(buffer_size);
+bool format_command(char *destination, std::size_t size, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const bool understood = expand(line, format, arguments);
+    const bool complete = expand(CommandLine(destination, size), format, arguments);
     va_end(arguments);
-    return understood && line.fits() ? run_shell(line.text()) : -1;
+    if (!complete)
+        *destination = '\0';
+    return complete;
+}
+
+int run_command(std::size_t buffer_size, const char *format, ...) {
+    char line[kLargestCommand];
+    const std::size_t size = buffer_size < sizeof line ? buffer_size : sizeof line;
+    va_list arguments;
+    va_start(arguments, format);
+    const bool complete = expand(CommandLine(line, size), format, arguments);
+    va_end(arguments);
+    return complete ? run_shell(line) : -1;
 }

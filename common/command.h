@@ -19,5 +19,10 @@ constexpr std::size_t kLargestCommand = 2048;
 // Returns the status of system(), or -1 when the command was refused or could not be started.
 [[gnu::format(printf, 2, 3)]] int run_command(std::size_t buffer_size, const char *format, ...);
 
+// The command line that run_command would run, for callers that print it first. destination has
+// size bytes (at least 1). False when it was refused; destination is then empty.
+[[gnu::format(printf, 3, 4)]] bool format_command(char *destination, std::size_t size,
+                                                  const char *format, ...);
+
 // Runs a finished command line: flushes standard output, then system(). Returns its status.
 int run_shell(const char *command_line);

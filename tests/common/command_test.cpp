@@ -30,6 +30,14 @@ TEST_F(Command, WhatDoesNotFitIsNeverRun) {
     EXPECT_THAT(rig::recordedCommands(), ElementsAre("tool ab"));
 }
 
+TEST_F(Command, ItCanBeFormattedToBePrintedBeforeItIsRun) {
+    char line[sizeof "tool 'a b' 1"];
+    EXPECT_TRUE(format_command(line, sizeof line, "tool %s %d", "a b", 1));
+    EXPECT_STREQ(line, "tool 'a b' 1");
+    EXPECT_FALSE(format_command(line, sizeof line, "tool %s %d", "a b", 12));
+    EXPECT_STREQ(line, "");
+}
+
 TEST_F(Command, ItsOutputFollowsWhatWasPrintedBefore) {
     EXPECT_EQ(rig::standardOutput([] {
                   printf("first ");
