@@ -6,7 +6,8 @@
 
 namespace rig {
 
-// Puts a fake program on the PATH: it records its command line, then runs the shell text of body.
+// Puts a fake program on the PATH, or at the path that name is: it records its command line, then
+// runs the shell text of body.
 void fakeCommand(const std::string &name, const std::string &body = "");
 
 // The recorded command lines in order, each as its words joined by single blanks. The words of one
