@@ -8,6 +8,8 @@
 #define AWSJSON_UTIL_H
 
 #include "firmware_upgrade.h"
+#include "group_publish.h"
+#include "group_retry.h"
 #include "report_file.h"
 
 #endif

@@ -1,0 +1,58 @@
+#include "analytics/publish_verdict.h"
+
+#include "common/file.h"
+
+#include <gtest/gtest.h>
+
+using enum Verdict;
+
+namespace {
+
+Verdict verdictOf(const char *method, const std::string &output) {
+    const File file(tmpfile());
+    fwrite(output.data(), 1, output.size(), file.get());
+    rewind(file.get());
+    return publish_verdict(publish_method(method), file.get());
+}
+
+} // namespace
+
+TEST(PublishVerdict, TheWordsOfTheOutputDecideAndNothingElse) {
+    using namespace std::string_literals;
+    const std::string noise(1 << 20, 'x');
+    const std::string upTo(120, 'x'); // leaves seven characters of the line's first 127
+    const struct {
+        const char *method;
+        std::string output;
+        Verdict verdict;
+    } rows[] = {
+        {"IoT", "", None},
+        {"IoT", "connecting\n\nretrying\n", None},
+        {"IoT", "connecting\nPublish done\n", Success},
+        {"IoT", "Publish done", Success},
+        {"IoT", "publish done\nerror\n", None},
+        {"IoT", "x ERRORS x\nPublish done\n", Failure},
+        {"IoT", "Publish done\nERROR\n", Success},
+        {"IoT", "Publish done ERROR\n", Failure},
+        {"IoT", noise + "\nPublish done\n", Success},
+        {"IoT", upTo + "xxERROR\n", Failure},
+        {"IoT", upTo + "xxxERROR\n", None},
+        {"IoT", upTo + "xxxxxxxERROR\n", Failure},
+        {"IoT", "\xff\x01\0ERROR\nPublish done"s, Success},
+        {"MCS", "", None},
+        {"MCS", "X-Error: 4", Failure},
+        {"MCS", "curl: Couldn't resolve host\n", Failure},
+        {"MCS", "couldn't resolve X-error\n", Success},
+        {"MCS", "ERROR\n", Success},
+        {"MCS", "\nX-Error\n", Success},
+        {"MCS", noise + "X-Error", Success},
+        {"MCS", "\0X-Error\n"s, Success},
+        {"Other", "ERROR\nX-Error\nPublish done\n", None},
+        {"iot", "ERROR\nPublish done\n", None},
+        {"", "ERROR\nPublish done\n", None},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(verdictOf(row.method, row.output), row.verdict)
+            << row.method << ": " << row.output.substr(0, 140);
+    }
+}
