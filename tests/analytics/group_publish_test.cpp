@@ -2,12 +2,13 @@
 
 #include "support/fixture.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <memory>
+#include <set>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -41,16 +42,19 @@ class GroupPublish : public rig::Fixture {
         for (auto &retry : g_group_retry)
             retry = {};
         ra_set_root_dir(kRoot);
-        ra_set_awsiot_cert_opt(0);
-        ra_set_check_fw_report(0);
+        ra_set_awsiot_cert_opt(-3);
         use("IoT");
         identify("client-1");
     }
 
-    static void use(const char *method) {
-        strncpy(DRI_update_info.publish_method, method, sizeof DRI_update_info.publish_method);
+    static void use(const std::string &method) {
+        DRI_update_info = {};
+        method.copy(DRI_update_info.publish_method, sizeof DRI_update_info.publish_method);
     }
-    void identify(const std::string &id) { strncpy(device.client_id, id.c_str(), 128); }
+    void identify(const std::string &id) {
+        device = {};
+        id.copy(device.client_id, sizeof device.client_id);
+    }
 
     // Both publishers say this, each in its own way.
     static void publisherSays(const std::string &output) {
@@ -59,9 +63,9 @@ class GroupPublish : public rig::Fixture {
         rig::fakeCommand(std::string(kRoot) + "/mcs_publish", std::string("cat /said >") + kOutput);
     }
 
-    // Sends a document that is just this text; gives what was printed.
-    std::string send(int group, const char *text = "new", int expected = 0) {
-        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> document(cJSON_CreateString(text),
+    // Sends a document that is just this number; gives what was printed.
+    std::string send(int group, int number = 1, int expected = 0) {
+        const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> document(cJSON_CreateNumber(number),
                                                                        cJSON_Delete);
         return rig::standardOutput([&] {
             EXPECT_EQ(ra_send_json_to_cloud_by_group(&device, document.get(), group), expected);
@@ -73,36 +77,32 @@ class GroupPublish : public rig::Fixture {
 
 TEST_F(GroupPublish, AnIotPublicationPrintsRunsLogsAndBacksUpInOrder) {
     publisherSays("hello\nPublish done\n");
-    rig::fakeCommand("awsiotpub", "exit 1"); // on the PATH: never the one that is run
     rig::setSetting("aws_json_backup", "1");
     rig::writeFile("/tmp/aws_json_dir/aws_Z5150.json", "backup");
     const int date[] = {2024, 1, 5};
     const int clock[] = {7, 8, 9};
     ra_set_json_timestamp(date, clock);
-    ra_set_awsiot_cert_opt(-3);
     const std::string command = "/tmp/media/nand/router-analytics/awsiotpub -i client-1 -f "
                                 "/tmp/aws_json_dir/aws_Z5150_3.json -t ";
-    EXPECT_EQ(send(3), "\"new\""
-                       "\n[awsiot]LD_LIBRARY_PATH=/usr/share " +
-                           command +
-                           "\"analytics/\" -o -3 >/tmp/ra_pub_log.txt\n"
-                           "backup JSON file ==> /tmp/media/nand/router-analytics//aws_Z5150.json_"
-                           "20240105-070809\n"
-                           "cp /tmp/aws_json_dir/aws_Z5150.json /tmp/media/nand/router-analytics/"
-                           "aws_Z5150.json_20240105-070809"
-                           "\n[RAE]awsiot Publish success !!");
+    EXPECT_EQ(send(3, 42), "42\n[awsiot]LD_LIBRARY_PATH=/usr/share " + command +
+                               "\"analytics/\" -o -3 >/tmp/ra_pub_log.txt\n"
+                               "backup JSON file ==> "
+                               "/tmp/media/nand/router-analytics//aws_Z5150.json_20240105-070809\n"
+                               "cp /tmp/aws_json_dir/aws_Z5150.json "
+                               "/tmp/media/nand/router-analytics/aws_Z5150.json_20240105-070809"
+                               "\n[RAE]awsiot Publish success !!");
     EXPECT_THAT(rig::recordedCommands(), ElementsAre(command + "analytics/ -o -3"));
-    EXPECT_EQ(rig::readFile(reportPath(3)), "\"new\"");
+    EXPECT_EQ(rig::readFile(reportPath(3)), "42");
+    EXPECT_EQ(rig::readFile(std::string(kRoot) + "/aws_Z5150.json_20240105-070809"), "backup");
     EXPECT_EQ(rig::readFile(kDebugLog),
               "[2024/1/5 07:08:09]ra_send_json_report_using_IoT(512) group=3, RA log:\n"
-              "\"new\"hello\nPublish done\n");
-    EXPECT_EQ(rig::readFile(std::string(kRoot) + "/aws_Z5150.json_20240105-070809"), "backup");
+              "42hello\nPublish done\n");
 }
 
 TEST_F(GroupPublish, AnMcsPublicationIsNotPrintedAndNotCopiedIntoTheDebugLog) {
     use("MCS");
     publisherSays("\nX-Error\n");
-    EXPECT_EQ(send(3), "\"new\"\n[RAE]MCS Publish success !!");
+    EXPECT_EQ(send(3), "1\n[RAE]MCS Publish success !!");
     EXPECT_THAT(
         rig::recordedCommands(),
         ElementsAre("/tmp/media/nand/router-analytics/mcs_publish -g 3 -f /tmp/ra_pub_log.txt"));
@@ -110,45 +110,38 @@ TEST_F(GroupPublish, AnMcsPublicationIsNotPrintedAndNotCopiedIntoTheDebugLog) {
               "[2024/1/5 07:08:09]ra_send_json_report_using_MCS(527) group=3, RA log:\n"
               "\nX-Error\n");
     publisherSays("X-Error 7\n");
-    EXPECT_EQ(send(3), "\"new\"\n[RAE]MCS Publish failed !!X-Error 7\n");
+    EXPECT_EQ(send(3), "1\n[RAE]MCS Publish failed !!X-Error 7\n");
 }
 
-// What each verdict does beside the counters, by group and publisher.
 TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
     const struct {
-        const char *method;
-        const char *output;
+        const char *method, *output;
         int group;
         group_retry before;
+        const char *option; // "RA_useroption_report" before
+        // Afterwards: the counters, that setting, whether the firmware report is done, connection
+        // facts 0 to 2 (7 before), the count of IoT failures.
         const char *after;
-        const char *option;       // "RA_useroption_report" before
-        const char *optionAfter;  //
-        bool finished, forgotten; // the firmware report; connection facts 1 and 2
-        const char *retryCount;
     } rows[] = {
-        {"IoT", "Publish done", 0, {3, 2, 1, 5}, "0/0/0/5", "0", "0", false, false, ""},
-        {"IoT", "Publish done", 1, {3, 2, 1, 5}, "0/0/0/5", "0", "0", false, true, ""},
-        {"IoT", "Publish done", 2, {3, 2, 1, 5}, "0/0/0/5", "0", "0", true, false, ""},
-        {"IoT", "Publish done", 3, {3, 2, 1, 5}, "0/0/0/5", "0", "0", false, false, ""},
-        {"IoT", "Publish done", 4, {3, 2, 1, 5}, "0/0/0/5", "", "1", false, false, ""},
-        {"MCS", "fine", 1, {3, 2, 1, 5}, "0/2/1/5", "0", "0", false, false, ""},
-        {"MCS", "fine", 2, {3, 2, 1, 5}, "0/2/1/5", "0", "0", true, false, ""},
-        {"MCS", "fine", 4, {3, 2, 1, 5}, "0/2/1/5", "", "1", false, false, ""},
-        {"IoT", "ERROR", 2, {3, 0, 0, 5}, "0/0/1/5", "0", "0", false, false, "1"},
-        {"IoT", "ERROR", 2, {0, 3, 1, 5}, "0/0/0/5", "0", "0", true, false, "1"},
-        {"IoT", "ERROR", 1, {0, 3, 1, 5}, "0/0/0/5", "0", "0", false, false, "1"},
-        {"IoT", "ERROR", 4, {0, 0, 0, 5}, "1/0/0/5", "0", "1", false, false, "1"},
-        {"IoT", "ERROR", 4, {0, 3, 1, 5}, "0/0/0/5", "0", "1", false, false, "1"},
-        {"IoT", "ERROR", 4, {0, 0, 0, 5}, "1/0/0/5", "", "", false, false, "1"},
-        {"MCS", "X-Error", 2, {2, 0, 0, 5}, "3/0/0/5", "0", "0", false, false, ""},
-        {"MCS", "X-Error", 2, {3, 0, 0, 5}, "0/0/0/5", "0", "0", true, false, ""},
-        {"MCS", "X-Error", 1, {3, 0, 0, 5}, "0/0/0/5", "0", "0", false, false, ""},
-        {"MCS", "X-Error", 4, {3, 0, 0, 5}, "0/0/0/5", "0", "0", false, false, ""},
-        {"IoT", "", 4, {1, 2, 1, 5}, "1/2/1/5", "0", "0", false, false, ""},
-        {"MCS", "", 4, {1, 2, 1, 5}, "1/2/1/5", "0", "0", false, false, ""},
+        {"IoT", "Publish done", 0, {3, 2, 1, 5}, "0", "0/0/0/5 option=0 done= 777 count="},
+        {"IoT", "Publish done", 1, {3, 2, 1, 5}, "0", "0/0/0/5 option=0 done= 700 count="},
+        {"IoT", "Publish done", 2, {3, 2, 1, 5}, "0", "0/0/0/5 option=0 done=1 777 count="},
+        {"IoT", "Publish done", 4, {3, 2, 1, 5}, "", "0/0/0/5 option=1 done= 777 count="},
+        {"MCS", "fine", 1, {3, 2, 1, 5}, "0", "0/2/1/5 option=0 done= 777 count="},
+        {"MCS", "fine", 2, {3, 2, 1, 5}, "0", "0/2/1/5 option=0 done=1 777 count="},
+        {"MCS", "fine", 4, {3, 2, 1, 5}, "", "0/2/1/5 option=1 done= 777 count="},
+        {"IoT", "ERROR", 2, {3, 0, 0, 5}, "0", "0/0/1/5 option=0 done= 777 count=1"},
+        {"IoT", "ERROR", 2, {0, 3, 1, 5}, "0", "0/0/0/5 option=0 done=1 777 count=1"},
+        {"IoT", "ERROR", 1, {0, 3, 1, 5}, "0", "0/0/0/5 option=0 done= 777 count=1"},
+        {"IoT", "ERROR", 4, {0, 0, 0, 5}, "0", "1/0/0/5 option=1 done= 777 count=1"},
+        {"IoT", "ERROR", 4, {0, 0, 0, 5}, "", "1/0/0/5 option= done= 777 count=1"},
+        {"MCS", "X-Error", 2, {2, 0, 0, 5}, "0", "3/0/0/5 option=0 done= 777 count="},
+        {"MCS", "X-Error", 2, {3, 0, 0, 5}, "0", "0/0/0/5 option=0 done=1 777 count="},
+        {"MCS", "X-Error", 4, {3, 0, 0, 5}, "0", "0/0/0/5 option=0 done= 777 count="},
+        {"IoT", "", 4, {1, 2, 1, 5}, "0", "1/2/1/5 option=0 done= 777 count="},
+        {"MCS", "", 4, {1, 2, 1, 5}, "0", "1/2/1/5 option=0 done= 777 count="},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(testing::Message() << row.method << " " << row.output << " " << row.group);
         rig::resetPlatform();
         rig::setSetting("RA_useroption_report", row.option);
         ra_set_check_fw_report(1);
@@ -159,34 +152,29 @@ TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
         publisherSays(row.output);
         rig::writeFile(reportPath(row.group), "unsent");
         send(row.group);
-        EXPECT_EQ(counters(row.group), row.after);
-        EXPECT_EQ(rig::setting("RA_useroption_report"), row.optionAfter);
-        EXPECT_EQ(rig::setting("aws_fw_report_done"), row.finished ? "1" : "");
-        EXPECT_EQ(rig::setting("awsiot_retry_count"), row.retryCount);
-        EXPECT_EQ(ra_get_internet_connection_info(0), 7u);
-        EXPECT_EQ(ra_get_internet_connection_info(1), row.forgotten ? 0u : 7u);
-        EXPECT_EQ(ra_get_internet_connection_info(2), row.forgotten ? 0u : 7u);
+        std::string after = counters(row.group) +
+                            " option=" + rig::setting("RA_useroption_report") +
+                            " done=" + rig::setting("aws_fw_report_done") + " ";
+        for (unsigned int index = 0; index < 3; ++index)
+            after += std::to_string(ra_get_internet_connection_info(index));
+        EXPECT_EQ(after + " count=" + rig::setting("awsiot_retry_count"), row.after)
+            << row.method << " " << row.output << " " << row.group;
     }
 }
 
 TEST_F(GroupPublish, IotFailuresAreCountedInASettingWhateverItHolds) {
     publisherSays("ERROR 5\n");
-    const char *const rows[][2] = {{"", "1"},
-                                   {"9", "10"},
-                                   {"x", "1"},
-                                   {"-5", "-4"},
-                                   {"2147483646", "2147483647"},
-                                   {"99999999999", "2147483647"}};
-    for (const auto &row : rows) {
-        rig::setSetting("awsiot_retry_count", row[0]);
+    const std::map<std::string, std::string> rows = {
+        {"", "1"}, {"9", "10"}, {"x", "1"}, {"-5", "-4"}, {"99999999999", "2147483647"}};
+    for (const auto &[before, after] : rows) {
+        rig::setSetting("awsiot_retry_count", before);
         EXPECT_THAT(send(0), HasSubstr("\n[RAE]awsiot Publish failed !!ERROR 5\n"));
-        EXPECT_EQ(rig::setting("awsiot_retry_count"), row[1]);
+        EXPECT_EQ(rig::setting("awsiot_retry_count"), after);
     }
 }
 
 TEST_F(GroupPublish, TheNoPublishSwitchPretendsASuccess) {
-    const std::string banner = "\"new\""
-                               "\n[RAE]##################################################\n"
+    const std::string banner = "1\n[RAE]##################################################\n"
                                "\n[RAE]aws_json_no_publish=1, don't send RA log to server\n"
                                "\n[RAE]##################################################\n";
     publisherSays("ERROR\n");
@@ -208,28 +196,25 @@ TEST_F(GroupPublish, TheNoPublishSwitchPretendsASuccess) {
 
 TEST_F(GroupPublish, AnUnsentReportIsSentAgainEvenWhenItsDirectoryHasVanished) {
     publisherSays("ERROR\n");
-    send(0, "old");
-    send(0, "new");
-    EXPECT_EQ(rig::readFile(reportPath(0)), "\"old\"");
+    send(0, 1);
+    send(0, 2);
+    EXPECT_EQ(rig::readFile(reportPath(0)), "1");
     std::filesystem::remove_all("/tmp/aws_json_dir");
-    rig::standardError([&] { send(0, "new"); });
+    rig::standardError([&] { send(0, 2); });
     EXPECT_EQ(counters(0), "3/0/0/0");
-    EXPECT_EQ(rig::recordedCommands().size(), 3u);
-    EXPECT_EQ(send(1, "new", -3), ""); // nothing to send again: the report cannot be written
+    EXPECT_EQ(send(1, 2, -3), ""); // nothing to send again, and nowhere to write
     EXPECT_EQ(rig::recordedCommands().size(), 3u);
 }
 
-TEST_F(GroupPublish, OutputThatCannotBeReadOrAPublisherThatIsMissingGivesNoVerdict) {
+TEST_F(GroupPublish, WithoutOutputOrAPublisherThereIsNoVerdict) {
     use("MCS");
-    const std::string errors = rig::standardError([&] { send(0); });
-    EXPECT_THAT(errors, HasSubstr("mcs_publish"));
+    rig::standardError([&] { send(0); });
     EXPECT_THAT(rig::readFile(kDebugLog),
                 HasSubstr("[2024/1/5 07:08:09]ra_check_json_publish_status(665) open "
                           "/tmp/ra_pub_log.txt file failed\n"));
-    use("IoT");
-    rig::writeFile(kOutput, "ERROR\n"); // an earlier output is emptied by the shell
+    rig::writeFile(kOutput, "ERROR\nX-Error\n");
+    use("IoT"); // whose earlier output is emptied by the shell
     rig::standardError([&] { send(0); });
-    EXPECT_EQ(rig::readFile(kOutput), "");
     EXPECT_EQ(counters(0), "0/0/0/0");
 
     std::filesystem::remove(kDebugLog);
@@ -237,131 +222,98 @@ TEST_F(GroupPublish, OutputThatCannotBeReadOrAPublisherThatIsMissingGivesNoVerdi
     publisherSays("ERROR\n");
     rig::standardError([&] { send(0); });
     EXPECT_EQ(counters(0), "1/0/0/0");
-}
 
-TEST_F(GroupPublish, AnUnknownMethodPublishesAndJudgesNothing) {
-    publisherSays("Publish done\n");
-    rig::writeFile(kOutput, "ERROR\nX-Error\n");
-    rig::setSetting("aws_json_backup", "1");
-    g_group_retry[0].fail_count = 2;
+    rig::forgetCommands();
     for (const char *method : {"", "IoTs", "IoT,MCS,IoT,MCS,"}) {
         use(method);
-        rig::standardError([&] { EXPECT_THAT(send(0), HasSubstr("backup JSON file")); });
+        rig::standardError([&] { send(0); });
     }
-    EXPECT_EQ(counters(0), "2/0/0/0");
+    EXPECT_EQ(counters(0), "1/0/0/0");
     EXPECT_THAT(rig::recordedCommands(), ElementsAre());
 }
 
 TEST_F(GroupPublish, TextFromOutsideStaysOneWordOfThePublishersCommand) {
-    for (const std::string id : {"a b;$(touch /tmp/x)`touch /tmp/x`'\"\n|&>", "-f", "\xff\x80"}) {
-        publisherSays("ERROR\n");
+    publisherSays("ERROR\n");
+    for (const std::string &id : {std::string("a b;$(touch /tmp/x)`touch /tmp/x`'\"\n|&>"),
+                                  std::string("-f"), std::string(128, 'i')}) {
         rig::forgetCommands();
         identify(id);
         send(0);
         EXPECT_EQ(rig::recordedWords(0)[2], id);
     }
-    identify(std::string(128, 'i')); // as long as its field, without a terminator
-    rig::forgetCommands();
-    send(0);
-    EXPECT_EQ(rig::recordedWords(0)[2], std::string(128, 'i'));
     EXPECT_FALSE(rig::fileExists("/tmp/x"));
 }
 
 TEST_F(GroupPublish, ACommandThatCannotBeRunEndsTheSendWithoutAVerdict) {
     rig::writeFile(kOutput, "ERROR\nX-Error\n");
-    rig::setSetting("aws_json_backup", "1");
-    rig::fakeCommand("-g", "touch /tmp/x");
-    rig::fakeCommand("-i", "touch /tmp/x");
     identify(std::string(127, '\'')); // four characters each, once quoted
-    EXPECT_EQ(send(0), "\"new\"");
+    EXPECT_EQ(send(0), "1");
     identify("client-1");
+    rig::fakeCommand("-g");
+    rig::fakeCommand("-i");
+    ra_set_root_dir("PATH=/bin:"); // an assignment, after which "-g" or "-i" would be run
     for (const char *method : {"IoT", "MCS"}) {
         use(method);
-        ra_set_root_dir("PATH=/bin");
-        EXPECT_EQ(send(0), "\"new\"");
+        EXPECT_EQ(send(0), "1");
+    }
+    for (const int group : {-1, 5, INT_MIN, INT_MAX}) {
+        EXPECT_EQ(send(group, 1, -1), "");
+        EXPECT_EQ(reset_group_retry_flag_by_group(group), 0);
     }
     EXPECT_THAT(rig::recordedCommands(), ElementsAre());
     EXPECT_EQ(counters(0), "0/0/0/0");
     EXPECT_FALSE(rig::fileExists(kDebugLog));
 }
 
-TEST_F(GroupPublish, AGroupThatDoesNotExistIsRefused) {
-    publisherSays("Publish done\n");
-    for (const int group : {-1, 5, INT_MIN, INT_MAX}) {
-        EXPECT_EQ(send(group, "new", -1), "");
-        EXPECT_EQ(reset_group_retry_flag_by_group(group), 0);
-    }
-    EXPECT_THAT(rig::recordedCommands(), ElementsAre());
-    EXPECT_EQ(rig::setting("RA_useroption_report"), "");
-}
-
 // A day in ticks of five minutes: a fresh report of group 2 at some ticks, a resend while one is
-// unsent, a resend due every 12 ticks in retry mode, and a publisher that fails at times.
+// unsent, a resend due every 12 ticks in retry mode. The publisher fails from the first to before
+// the second tick of each outage.
 class GroupPublishDay : public GroupPublish {
   protected:
-    struct Outage {
-        int from, to;
-    };
-
-    // Each attempt as "tick report counters", the report being the tick at which it was written.
-    std::vector<std::string> replay(const std::vector<int> &fresh,
-                                    const std::vector<Outage> &outages) {
-        std::vector<std::string> attempts;
+    // Each attempt as "tick:report:counters", the report being the tick at which it was written,
+    // and "done" when the firmware report was finished by it.
+    std::string replay(const std::set<int> &fresh, const std::map<int, int> &outages) {
+        std::string attempts;
+        ra_report_fw_upgrade_start();
         for (int tick = 0; tick < 288; ++tick) {
             rig::setTime(kMorning + tick * 300);
             if (is_group_retry_flag_isset() == 1)
                 set_group_retry_counter(12);
-            const bool isFresh = std::ranges::count(fresh, tick) > 0;
-            if (!isFresh && is_ra_need_retry_by_group(2) == 0)
+            if (!fresh.contains(tick) && is_ra_need_retry_by_group(2) == 0)
                 continue;
-            const bool fails = std::ranges::any_of(
-                outages, [&](const auto &o) { return tick >= o.from && tick < o.to; });
+            const auto outage = outages.upper_bound(tick);
+            const bool fails = outage != outages.begin() && tick < std::prev(outage)->second;
             publisherSays(fails ? "ERROR X-Error\n" : "Publish done\n");
-            send(2, std::to_string(tick).c_str());
-            attempts.push_back(std::to_string(tick) + " " + rig::readFile(reportPath(2)) + " " +
-                               counters(2));
-            if (rig::setting("aws_fw_report_done") == "1" && finishedAt < 0)
-                finishedAt = tick;
+            const int openBefore = ra_get_check_fw_report();
+            send(2, tick);
+            attempts += std::to_string(tick) + ":" + rig::readFile(reportPath(2)) + ":" +
+                        counters(2) + (ra_get_check_fw_report() < openBefore ? " done " : " ");
         }
         return attempts;
     }
-
-    int finishedAt = -1;
 };
 
 TEST_F(GroupPublishDay, IotRetriesGivesUpAndRecovers) {
-    ra_report_fw_upgrade_start();
-    const auto attempts = replay({0, 96, 192, 240, 245}, {{0, 20}, {192, 204}, {240, 246}});
-    EXPECT_THAT(attempts,
-                ElementsAre("0 \"0\" 1/0/0/0", "1 \"0\" 2/0/0/0", "2 \"0\" 3/0/0/0",
-                            "3 \"0\" 0/0/1/0",                      // retry mode
-                            "15 \"0\" 0/2/1/0", "16 \"0\" 0/3/1/1", // due after 12 ticks
-                            "17 \"0\" 0/0/0/2",                     // gives up
-                            "96 \"96\" 0/0/0/2",                    //
-                            "192 \"192\" 1/0/0/2", "193 \"192\" 2/0/0/2", "194 \"192\" 3/0/0/2",
-                            "195 \"192\" 0/0/1/2", // the ticks go on from 2
-                            "205 \"192\" 0/0/0/0", // recovered when due
-                            "240 \"240\" 1/0/0/0", "241 \"240\" 2/0/0/0", "242 \"240\" 3/0/0/0",
-                            "243 \"240\" 0/0/1/0", //
-                            "245 \"245\" 0/1/1/2", // fresh while waiting
-                            "246 \"245\" 0/0/0/3"));
-    EXPECT_EQ(finishedAt, 17);
+    // Due after 12 ticks and given up at 17; the ticks go on from 2; recovered when due at 205;
+    // fresh while waiting at 245, which makes that one due at once.
+    EXPECT_EQ(replay({0, 96, 192, 240, 245}, {{0, 20}, {192, 204}, {240, 246}}),
+              "0:0:1/0/0/0 1:0:2/0/0/0 2:0:3/0/0/0 3:0:0/0/1/0 "
+              "15:0:0/2/1/0 16:0:0/3/1/1 17:0:0/0/0/2 done 96:96:0/0/0/2 "
+              "192:192:1/0/0/2 193:192:2/0/0/2 194:192:3/0/0/2 195:192:0/0/1/2 205:192:0/0/0/0 "
+              "240:240:1/0/0/0 241:240:2/0/0/0 242:240:3/0/0/0 243:240:0/0/1/0 "
+              "245:245:0/1/1/2 246:245:0/0/0/3 ");
     EXPECT_EQ(rig::setting("awsiot_retry_count"), "16");
-    EXPECT_EQ(rig::recordedCommands().size(), attempts.size());
+    EXPECT_EQ(rig::recordedCommands().size(), 19u);
     EXPECT_THAT(rig::readFile(kDebugLog),
                 HasSubstr("[2024/1/5 08:23:09]ra_send_json_report_using_IoT(512) group=2, RA log:\n"
-                          "\"0\"ERROR X-Error\n"));
+                          "0ERROR X-Error\n"));
     for (const int group : {0, 1, 3, 4})
         EXPECT_EQ(counters(group), "0/0/0/0");
 }
 
 TEST_F(GroupPublishDay, McsGivesUpAfterFourAttempts) {
     use("MCS");
-    ra_report_fw_upgrade_start();
-    EXPECT_THAT(replay({0, 96, 97, 200}, {{0, 20}, {96, 98}}),
-                ElementsAre("0 \"0\" 1/0/0/0", "1 \"0\" 2/0/0/0", "2 \"0\" 3/0/0/0",
-                            "3 \"0\" 0/0/0/0", "96 \"96\" 1/0/0/0", "97 \"96\" 2/0/0/0",
-                            "98 \"96\" 0/0/0/0", "200 \"200\" 0/0/0/0"));
-    EXPECT_EQ(finishedAt, 3);
-    EXPECT_EQ(rig::setting("awsiot_retry_count"), "");
+    EXPECT_EQ(replay({0, 96, 97, 200}, {{0, 20}, {96, 98}}),
+              "0:0:1/0/0/0 1:0:2/0/0/0 2:0:3/0/0/0 3:0:0/0/0/0 done "
+              "96:96:1/0/0/0 97:96:2/0/0/0 98:96:0/0/0/0 200:200:0/0/0/0 ");
 }

@@ -1,22 +1,11 @@
 #include "analytics/awsjson_util.h"
 
-#include <climits>
 #include <gtest/gtest.h>
 
-class GroupRetry : public testing::Test {
-  protected:
-    void SetUp() override {
-        for (auto &retry : g_group_retry)
-            retry = {};
-    }
-};
-
-TEST_F(GroupRetry, EveryGroupIsSeenByItsOwnTestsAndByTheCommonOnes) {
+TEST(GroupRetry, EveryGroupIsSeenByItsOwnTestsAndByTheCommonOnes) {
     const struct {
         group_retry counters;
-        int needsUpdate;
-        int needsRetry;
-        int isInRetryMode;
+        int needsUpdate, needsRetry, isInRetryMode;
     } rows[] = {
         {{0, 0, 0, 9}, 0, 0, 0}, {{1, 0, 0, 0}, 1, 1, 0}, {{2, 0, 0, 0}, 1, 0, 0},
         {{0, 1, 1, 0}, 1, 1, 1}, {{0, 2, 1, 0}, 1, 0, 1}, {{0, 0, 7, 0}, 0, 0, 1},
@@ -32,21 +21,8 @@ TEST_F(GroupRetry, EveryGroupIsSeenByItsOwnTestsAndByTheCommonOnes) {
             EXPECT_EQ(is_group_need_to_retry(), row.needsRetry);
             EXPECT_EQ(is_group_retry_flag_isset(), row.isInRetryMode);
         }
+        EXPECT_EQ(set_group_retry_counter(1), 0); // the last row's group is in retry mode
+        EXPECT_EQ(g_group_retry[group].retry_due, 1u);
         g_group_retry[group] = {};
     }
-    EXPECT_EQ(is_ra_report_need_update_by_group(INT_MIN), 0);
-}
-
-TEST_F(GroupRetry, ATickIsForEveryGroupInRetryMode) {
-    g_group_retry[0].retry_mode = g_group_retry[4].retry_mode = 1;
-    for (int tick = 0; tick < 3; ++tick) {
-        EXPECT_EQ(is_group_need_to_retry(), 0);
-        EXPECT_EQ(set_group_retry_counter(3), 0);
-    }
-    EXPECT_EQ(is_group_need_to_retry(), 1);
-    for (const int group : {0, 4}) {
-        EXPECT_EQ(g_group_retry[group].retry_due, 1u);
-        EXPECT_EQ(g_group_retry[group].retry_ticks, 0u);
-    }
-    EXPECT_EQ(g_group_retry[1].retry_ticks, 0u);
 }

@@ -40,6 +40,6 @@ TEST_F(Housekeeping, AnEventIsMarkedByAFileOfOneLine) {
     EXPECT_EQ(check_event_file_exists_or_not("/tmp/event"), 1);
     EXPECT_EQ(rig::readFile("/tmp/event"), "1\n");
     EXPECT_EQ(check_event_file_exists_or_not("/tmp"), 1);
-    EXPECT_EQ(create_event_file(("/tmp/" + std::string(114, 'e')).c_str()), -1);
     EXPECT_EQ(create_event_file(("/tmp/" + std::string(113, 'e')).c_str()), 0);
+    EXPECT_EQ(create_event_file(("/tmp/" + std::string(114, 'e')).c_str()), -1);
 }
