@@ -107,7 +107,7 @@ constexpr std::size_t kKillLineSize = [] {
     return size; // the terminator takes the place of the last item's ';'
 }();
 
-// One command line for all of them, so that a shell that is killed on the way has the rest.
+// One command line for all of them: the rest is still killed when the caller is among them.
 void stop_daemons() {
     char line[kKillLineSize];
     char *end = line;
