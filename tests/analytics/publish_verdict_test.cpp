@@ -1,23 +1,23 @@
 #include "analytics/publish_verdict.h"
 
 #include "common/file.h"
-
-#include <gtest/gtest.h>
+#include "support/fixture.h"
 
 using enum Verdict;
 
 namespace {
 
 Verdict verdictOf(const char *method, const std::string &output) {
-    const File file(tmpfile());
-    fwrite(output.data(), 1, output.size(), file.get());
-    rewind(file.get());
+    rig::writeFile("/tmp/output", output);
+    const File file(fopen("/tmp/output", "r"));
     return publish_verdict(publish_method(method), file.get());
 }
 
 } // namespace
 
-TEST(PublishVerdict, TheWordsOfTheOutputDecideAndNothingElse) {
+class PublishVerdict : public rig::Fixture {};
+
+TEST_F(PublishVerdict, TheWordsOfTheOutputDecideAndNothingElse) {
     using namespace std::string_literals;
     const std::string noise(1 << 20, 'x');
     const std::string upTo(120, 'x'); // leaves seven characters of the line's first 127
