@@ -7,6 +7,7 @@
 #ifndef AWSJSON_UTIL_H
 #define AWSJSON_UTIL_H
 
+#include "device_lookup.h"
 #include "firmware_upgrade.h"
 #include "group_publish.h"
 #include "group_retry.h"
