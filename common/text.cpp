@@ -16,8 +16,15 @@ void copy_text(char *destination, std::size_t size, const char *source) {
 bool format_text(char *destination, std::size_t size, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(destination, size, format, arguments);
+    const bool fitted = format_text_list(destination, size, format, arguments);
     va_end(arguments);
+    return fitted;
+}
+
+bool format_text_list(char *destination, std::size_t size, const char *format, va_list arguments) {
+    const int length = vsnprintf(destination, size, format, arguments);
+    if (length < 0 && size > 0)
+        destination[0] = '\0';
     return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 

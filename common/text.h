@@ -16,6 +16,10 @@ void copy_text(char (&destination)[Size], const char *source) {
 [[gnu::format(printf, 3, 4)]] bool format_text(char *destination, std::size_t size,
                                                const char *format, ...);
 
+// As format_text, with the arguments in a list; a format that fails gives an empty text.
+[[gnu::format(printf, 3, 0)]] bool format_text_list(char *destination, std::size_t size,
+                                                    const char *format, va_list arguments);
+
 // The leading decimal number of text (blanks and one sign allowed before it), base 10, limited to
 // the range of int. No digits, or no text, is 0.
 int decimal_value(const char *text);
