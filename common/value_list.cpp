@@ -36,7 +36,7 @@ class BoundedText {
   private:
     std::size_t length_ = 0;
     bool fits_ = true;
-    char text_[Size] = "";
+    char text_[Size] = {};
 };
 
 // The end of the field that begins here: the next separator, or the end of the text.
