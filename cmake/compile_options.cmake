@@ -24,6 +24,9 @@ if(SANITIZE)
   )
   target_link_options(common_options INTERFACE -fsanitize=address,undefined)
 endif()
+if(FUZZ)
+  target_compile_options(common_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # Linked by the C driver: nothing here may need libstdc++.
 add_library(product_options INTERFACE)
