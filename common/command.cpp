@@ -1,12 +1,18 @@
 #include "common/command.h"
 
+#include "common/file.h"
+
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -97,6 +103,25 @@ bool expand(CommandLine line, const char *format, va_list arguments) {
     return line.fits();
 }
 
+// In the child, where only calls that are safe after a fork are allowed.
+[[noreturn]] void become_program(const char *const arguments[], const Descriptor &output) {
+    if (output) {
+        dup2(output.get(), STDOUT_FILENO);
+        dup2(output.get(), STDERR_FILENO);
+    }
+    execvp(arguments[0], const_cast<char *const *>(arguments));
+    _exit(127);
+}
+
+int wait_for(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
+    return status;
+}
+
 } // namespace
 
 int run_shell(const char *command_line) {
@@ -122,4 +147,15 @@ int run_command(std::size_t buffer_size, const char *format, ...) {
     const bool complete = expand(CommandLine(line, size), format, arguments);
     va_end(arguments);
     return complete ? run_shell(line) : -1;
+}
+
+int run_program(const char *const arguments[], const char *output_path) {
+    const Descriptor output(open(output_path, O_WRONLY | O_APPEND | O_NOCTTY | O_CLOEXEC));
+    fflush(stdout);
+    const pid_t child = fork();
+    if (child < 0)
+        return -1;
+    if (child == 0)
+        become_program(arguments, output);
+    return wait_for(child);
 }

@@ -26,3 +26,10 @@ constexpr std::size_t kLargestCommand = 2048;
 
 // Runs a finished command line: flushes standard output, then system(). Returns its status.
 int run_shell(const char *command_line);
+
+// Runs a program with an argument vector (NULL at its end), found on the PATH, without a shell:
+// flushes standard output, then waits. What the program prints goes to the end of output_path, a
+// device or file that exists already; where it cannot be opened, the program prints where its
+// caller does. Returns the status as system() does (127 as exit code when there is no such
+// program), or -1 when no process could be started or waited for.
+int run_program(const char *const arguments[], const char *output_path);

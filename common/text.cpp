@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <strings.h>
 
 void copy_text(char *destination, std::size_t size, const char *source) {
     if (size == 0)
@@ -37,4 +38,13 @@ int decimal_value(const char *text) {
     if (value < std::numeric_limits<int>::min())
         return std::numeric_limits<int>::min();
     return static_cast<int>(value);
+}
+
+const char *stristr(const char *text, const char *part) {
+    const std::size_t length = strlen(part);
+    for (; strncasecmp(text, part, length) != 0; ++text) {
+        if (*text == '\0')
+            return nullptr;
+    }
+    return text;
 }

@@ -23,3 +23,7 @@ void copy_text(char (&destination)[Size], const char *source) {
 // The leading decimal number of text (blanks and one sign allowed before it), base 10, limited to
 // the range of int. No digits, or no text, is 0.
 int decimal_value(const char *text);
+
+// The first place in text where part stands, compared without regard to ASCII case; nullptr when
+// there is none.
+const char *stristr(const char *text, const char *part);

@@ -50,3 +50,30 @@ TEST_F(Command, TheStatusIsThatOfTheShell) {
     EXPECT_EQ(run_command(64, "exit 3"), 3 << 8);
     EXPECT_EQ(run_command(64, "no-such-command 2>/dev/null"), 127 << 8);
 }
+
+TEST_F(Command, AProgramGetsItsWordsWithoutAShell) {
+    rig::fakeCommand("tool", "exit 3");
+    const char *const hostile[] = {"tool", "a b", "$(reboot)", "*", "", "it's;x", nullptr};
+    EXPECT_EQ(run_program(hostile, "/dev/null"), 3 << 8);
+    EXPECT_THAT(rig::recordedWords(0), ElementsAre("tool", "a b", "$(reboot)", "*", "", "it's;x"));
+    const char *const missing[] = {"no-such-program", nullptr};
+    EXPECT_EQ(run_program(missing, "/dev/null"), 127 << 8);
+}
+
+TEST_F(Command, AProgramPrintsAtTheEndOfItsOutputFileIfThatExists) {
+    rig::fakeCommand("tool", "echo said; echo complained >&2");
+    rig::writeFile("/dev/console", "before\n");
+    const char *const tool[] = {"tool", nullptr};
+    EXPECT_EQ(run_program(tool, "/dev/console"), 0);
+    EXPECT_EQ(rig::readFile("/dev/console"), "before\nsaid\ncomplained\n");
+    std::string printed;
+    EXPECT_EQ(rig::standardError([&] {
+                  printed = rig::standardOutput([&] {
+                      printf("first ");
+                      EXPECT_EQ(run_program(tool, "/dev/absent"), 0);
+                  });
+              }),
+              "complained\n");
+    EXPECT_EQ(printed, "first said\n");
+    EXPECT_FALSE(rig::fileExists("/dev/absent"));
+}

@@ -40,3 +40,11 @@ TEST(Text, DecimalValueIsBoundedAndNeverTrustsItsText) {
     for (const auto &row : rows)
         EXPECT_EQ(decimal_value(row.text), row.value) << (row.text != nullptr ? row.text : "null");
 }
+
+TEST(Text, StristrFindsTheFirstPlaceInAnyCase) {
+    const char *const text = "x MAC= aAbB aabb";
+    EXPECT_EQ(stristr(text, "AAbb"), text + 7);
+    EXPECT_EQ(stristr(text, ""), text);
+    EXPECT_EQ(stristr(text, "aabbc"), nullptr);
+    EXPECT_EQ(stristr("", "a"), nullptr);
+}
