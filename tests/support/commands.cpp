@@ -34,6 +34,7 @@ std::vector<std::vector<std::string>> calls() {
 
 void fakeCommand(const std::string &name, const std::string &body) {
     const std::string path = name.find('/') == std::string::npos ? "/bin/" + name : name;
+    std::filesystem::remove(path); // a link to the real tool must not be written through
     writeFile(path, "#!/bin/sh\nprintf '%s\\037' " + name + " \"$@\" >>" + kRecord +
                         "\nprintf '\\036' >>" + kRecord + "\n" + body + "\n");
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);

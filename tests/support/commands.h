@@ -7,7 +7,8 @@
 namespace rig {
 
 // Puts a fake program on the PATH, or at the path that name is: it records its command line, then
-// runs the shell text of body.
+// runs the shell text of body. A plain file tool may be faked too, until the next test; busybox
+// still has the real one (fakeCommand("cp", "busybox cp \"$@\"")).
 void fakeCommand(const std::string &name, const std::string &body = "");
 
 // The recorded command lines in order, each as its words joined by single blanks. The words of one

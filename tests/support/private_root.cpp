@@ -53,13 +53,20 @@ void copyProgram(const std::string &program, const std::string &destination) {
     pclose(listing);
 }
 
+// Also puts back the tools that a test has replaced by fakes.
+void linkFileTools(const std::string &folder) {
+    for (const char *tool : kFileTools) {
+        if (!fs::is_symlink(folder + "/" + tool))
+            fs::create_symlink("busybox", folder + "/" + tool);
+    }
+}
+
 void populate(const std::vector<Program> &programs) {
     for (const auto &program : programs)
         copyProgram(program.source, rootPath + program.destination);
     copyProgram("/bin/dash", rootPath + "/bin/sh");
     copyProgram("/bin/busybox", rootPath + "/bin/busybox");
-    for (const char *tool : kFileTools)
-        fs::create_symlink("busybox", rootPath + "/bin/" + tool);
+    linkFileTools(rootPath + "/bin");
 }
 
 bool writeText(const char *path, const std::string &text) {
@@ -138,6 +145,7 @@ void resetPrivateRoot() {
                 fs::remove(tool.path());
         }
     }
+    linkFileTools("/bin");
     for (const char *folder : kFolders)
         fs::create_directories(folder);
     std::ofstream("/dev/null");
