@@ -2,6 +2,7 @@
 #ifndef SYSUTIL_SYSTEM_UTIL_H
 #define SYSUTIL_SYSTEM_UTIL_H
 
+#include "access_control.h"
 #include "iqos_service.h"
 #include "timezone.h"
 
