@@ -3,6 +3,7 @@
 #define SYSUTIL_SYSTEM_UTIL_H
 
 #include "access_control.h"
+#include "iqos.h"
 #include "iqos_service.h"
 #include "timezone.h"
 
