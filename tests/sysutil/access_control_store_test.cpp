@@ -53,6 +53,18 @@ TEST_F(AccessControlStore, TheNamesKeyBehindTheLastFullOneIsAlwaysWritten) {
     EXPECT_EQ(rig::setting("ac_mac_order3").size(), 192u);
 }
 
+TEST_F(AccessControlStore, NothingIsLoadedPastTheTable) {
+    saveDevices(128);
+    rig::setSetting("ac_mac_list3",
+                    rig::setting("ac_mac_list3").substr(0, 479) + ":A00B00000080:1.");
+    rig::setSetting("ac_mac_order3", rig::setting("ac_mac_order3") + "00001:");
+    rig::setSetting("ac_dev_name9", "1:n:1:n:1:n:1:n.");
+    load();
+    EXPECT_EQ(load_ac_devName_list(1000), 0);
+    EXPECT_EQ(load_ac_devName_list(-1), 0);
+    EXPECT_EQ(describe(ac_mac_list[127]), "A00B0000007F 1 -1 0 n");
+}
+
 TEST_F(AccessControlStore, AnUnknownConnectionIsLookedUpAgain) {
     rig::setSetting("ac_mac_list0", "a00b00000001:8:A00B00000002:9:A00B00000003:8:A00B00000004:4.");
     rig::writeFile("/proc/net/attadev", "A0:0B:00:00:00:01 vlan1\nA0:0B:00:00:00:02 eth2\n");
@@ -76,8 +88,11 @@ TEST_F(AccessControlStore, DamageEndsOnlyWhatItDamages) {
         {"a negative length", three, "1:a:-1:b:1:c.", "00001:   -1:00003:", 3, 1, 1},
         {"a length beyond the text", three, "1:a:9:b:1:c", "00001:xxxxx:00003:", 3, 2, 1},
         {"beyond the field", three, "40:" + std::string(40, 'a') + ":1:b.", "00001:", 3, 2, 1},
+        {"beyond its key", three, "999:" + std::string(600, 'a'), "00001:", 3, 1, 1},
+        {"no name", three, "1:a:2:  ", "00001:", 3, 1, 1},
         {"beyond any number", three, "99999999999999999999:b:1:c", "00001:", 3, 1, 1},
     };
+    rig::setSetting("ac_dev_name1", "1:x:1:x.");
     for (const auto &row : rows) {
         rig::setSetting("ac_mac_list0", row.entries);
         rig::setSetting("ac_dev_name0", row.names);

@@ -12,7 +12,7 @@ const std::string kWithout = "[global]\n{0}\n{1}\n{2}\nmac= A00B00000002\nclass 
 class IqosConfig : public rig::Fixture {};
 
 TEST_F(IqosConfig, ADeviceMovesToEveryPlaceOfItsGroup) {
-    const std::string longLine = "{1}" + std::string(600, 'x') + "{1}";
+    const std::string longLine = "{1}" + std::string(600, 'x');
     struct {
         int priority;
         std::string before, after;

@@ -27,6 +27,11 @@ TEST_F(IqosStore, KeysEndWhereTheirCellsDo) {
     save_iqos_list();
     EXPECT_TRUE(rig::setting("iqos_mac_list3").ends_with(":A00B0000003F:1:00:0:0."));
     EXPECT_EQ(rig::setting("iqos_dev_name4"), "0::0::0::0::0::0::0::0:.");
+    rig::setSetting("iqos_mac_list3", rig::setting("iqos_mac_list3").substr(0, 351) + ":");
+    rig::setSetting("iqos_dev_name4", "0::0::0::0::0::0::0::1:n:1:n.");
+    load();
+    EXPECT_EQ(describe(iqos_dev_list[63]), "A00B0000003F 1 0 0 0 n");
+    EXPECT_EQ(describe(iqos_dev_list[64]), "000000000000 -1 0 0 0 ");
 }
 
 TEST_F(IqosStore, ACellWithoutAllItsValuesEndsTheList) {

@@ -155,7 +155,7 @@ TYPED_TEST(NameList, WhatTheOperationsBuildComesBack) {
     for (unsigned int seed = 1; seed <= kRuns; ++seed) {
         rig::standardOutput([=] { buildAndSave<TypeParam>(seed); });
         const auto built = usedRun<TypeParam>();
-        TypeParam::load();
+        rig::standardOutput(TypeParam::load);
         ASSERT_EQ(usedRun<TypeParam>(), built) << "seed " << seed;
         longest = std::max(longest, built.size());
     }
@@ -173,11 +173,11 @@ TYPED_TEST(NameList, DamagedSettingsLoadWithoutHarmAndSettleWhenSaved) {
             ASSERT_TRUE(TypeParam::isSane(entry)) << describe(entry) << ", seed " << seed;
         const std::size_t count = usedRun<TypeParam>().size();
         TypeParam::save(); // limits numbers that are too wide for their cell
-        TypeParam::load();
+        rig::standardOutput(TypeParam::load);
         const auto settled = usedRun<TypeParam>();
         ASSERT_EQ(settled.size(), count) << "seed " << seed;
         TypeParam::save();
-        TypeParam::load();
+        rig::standardOutput(TypeParam::load);
         ASSERT_EQ(usedRun<TypeParam>(), settled) << "seed " << seed;
     }
 }
