@@ -20,14 +20,25 @@ bool isUnset(std::span<const std::uint8_t> address) {
     return std::all_of(address.begin(), address.end(), [](auto octet) { return octet == 0; });
 }
 
-// The address of one host: not "this network", the host itself, a group or broadcast.
-bool isHost(std::span<const std::uint8_t, 4> ipv4) {
-    return ipv4[0] != 0 && ipv4[0] != 127 && ipv4[0] < 224;
+void setIpv4(std::span<const std::uint8_t, 4> address, devid_user_entry &user) {
+    if (!isUnset(address))
+        std::copy(address.begin(), address.end(), user.ipv4);
 }
 
-void learnIpv4(std::span<const std::uint8_t, 4> address, devid_user_entry &user) {
-    if (isHost(address))
-        std::copy(address.begin(), address.end(), user.ipv4);
+// A device that passes other hosts' packets on sends from their addresses too: only those that
+// networks at home use are taken for its own.
+bool isAtHome(std::span<const std::uint8_t, 4> ipv4) {
+    return ipv4[0] == 10 || (ipv4[0] == 172 && (ipv4[1] & 0xf0) == 16) ||
+           (ipv4[0] == 192 && ipv4[1] == 168) || (ipv4[0] == 169 && ipv4[1] == 254) ||
+           (ipv4[0] == 100 && (ipv4[1] & 0xc0) == 64);
+}
+
+void learnIpv4(const Packet &packet, devid_user_entry &user) {
+    const auto source = std::span(packet.sourceAddress).first<4>();
+    if (packet.version != 4)
+        setIpv4(arpSender(packet), user);
+    else if (isAtHome(source))
+        setIpv4(source, user);
 }
 
 // A device has a link-local address beside the one that it talks to the world with.
@@ -57,14 +68,10 @@ void learnIdentity(const Packet &packet, devid_user_entry &user, std::uint32_t s
 }
 
 void learn(const Packet &packet, devid_user_entry &user, std::uint32_t seconds) {
-    if (packet.version == 6) {
+    if (packet.version == 6)
         learnIpv6(packet.sourceAddress, user);
-        return;
-    }
-    if (packet.version == 4)
-        learnIpv4(std::span(packet.sourceAddress).first<4>(), user);
     else
-        learnIpv4(arpSender(packet), user);
+        learnIpv4(packet, user);
     learnIdentity(packet, user, seconds);
 }
 

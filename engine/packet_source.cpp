@@ -241,7 +241,7 @@ bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error) {
 
 Pcap activate(const std::string &name, std::string &error) {
     constexpr int kSnapLength = 2048; // applications show in the first bytes of a packet
-    constexpr int kBuffer = 8 << 20;
+    constexpr int kBuffer = 16 << 20;
     char reason[PCAP_ERRBUF_SIZE] = "";
     Pcap pcap(pcap_create(name.c_str(), reason));
     if (!pcap) {
@@ -306,6 +306,9 @@ std::unique_ptr<Source> openCapture(const PacketOptions &options, std::string &e
     std::unique_ptr<Classifier> classifier = prepare(options, names, error);
     if (!classifier)
         return nullptr;
+    if (!options.gatewayMac)
+        fprintf(stderr, "idpfwd: %s: without the gateway's MAC the router is a client too\n",
+                options.name.c_str());
     return std::make_unique<CaptureSource>(std::move(pcap), options, std::move(classifier),
                                            std::move(*names));
 }

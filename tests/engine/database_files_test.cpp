@@ -36,13 +36,6 @@ Loaded loadApplication(const std::string &line) {
     return loaded;
 }
 
-Loaded loadCategory(const std::string &line) {
-    unsigned category = 0;
-    char name[256] = "";
-    EXPECT_EQ(sscanf(line.c_str(), "%u,%255[^\\0]", &category, name), 2) << line;
-    return {static_cast<int>(category), -1, -1, name};
-}
-
 TEST(DatabaseFilesTest, EveryApplicationOfTheClassifierComesOutOfTheLoaderWholeAndDistinct) {
     const auto classifier = Classifier::create();
     ASSERT_TRUE(classifier);
@@ -52,10 +45,12 @@ TEST(DatabaseFilesTest, EveryApplicationOfTheClassifierComesOutOfTheLoaderWholeA
     std::set<int> categories;
     std::set<std::string> categoryNames;
     for (const std::string &line : linesOf(names.categoryDatabase())) {
-        const Loaded loaded = loadCategory(line);
-        EXPECT_TRUE(categories.insert(loaded.category).second) << line;
-        EXPECT_TRUE(categoryNames.insert(loaded.name).second) << line;
-        EXPECT_EQ(loaded.name, names.category(static_cast<std::uint8_t>(loaded.category)));
+        unsigned category = 0;
+        char name[256] = "";
+        ASSERT_EQ(sscanf(line.c_str(), "%u,%255[^\\0]", &category, name), 2) << line;
+        EXPECT_TRUE(categories.insert(static_cast<int>(category)).second) << line;
+        EXPECT_TRUE(categoryNames.insert(name).second) << line;
+        EXPECT_EQ(name, names.category(static_cast<std::uint8_t>(category)));
     }
 
     std::set<std::pair<int, int>> ids;
@@ -96,17 +91,6 @@ TEST(DatabaseFilesTest, NamesThatTheLoaderWouldCutOrMixUpAreSpelledAnotherWay) {
     EXPECT_EQ(names.category(1), "POP");
     EXPECT_EQ(names.category(2), "POP 2");
     EXPECT_EQ(names.category(3), "");
-}
-
-TEST(DatabaseFilesTest, TwentyApplicationsOfOneNameStayDistinctBehindTheLoader) {
-    std::vector<NamedApplication> applications;
-    for (std::uint16_t id = 1; id <= 20; id++)
-        applications.push_back({{1, id}, "Same"});
-    const NameTable names(applications, {});
-    std::set<std::string> spelled;
-    for (const std::string &line : linesOf(names.applicationDatabase()))
-        spelled.insert(loadApplication(line).name);
-    EXPECT_EQ(spelled.size(), 20u);
 }
 
 TEST(DatabaseFilesTest, EveryKindOfDeviceFitsTheLoaderAndAnIdAlwaysMeansTheSame) {

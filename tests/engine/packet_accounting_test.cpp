@@ -159,6 +159,8 @@ TEST_F(PacketAccountingTest, WhatIsNoIpIsUnknownTrafficButTellsTheAddress) {
     EXPECT_EQ(usage(kPc), "Unknown 42/60");
     const devid_user_entry *user = tables_.findUser(kPc);
     EXPECT_TRUE(std::equal(kPcAddress.begin(), kPcAddress.end(), user->ipv4));
+    pass(ethernet(kPc, kRouter, 0x0800, ipv4(kServer, kPhoneAddress, 1, Bytes(8, 0))));
+    EXPECT_EQ(user->ipv4[0], 192) << "a packet that it only passes on";
 }
 
 TEST_F(PacketAccountingTest, PiecesOfAPacketFollowTheFirstOne) {

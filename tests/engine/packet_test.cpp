@@ -119,21 +119,5 @@ TEST(PacketTest, NamesTheSenderOfAnArpMessageOnlyWhenItSentItItself) {
     EXPECT_EQ(senderOf(Bytes(own.begin(), own.begin() + 27)), none);
 }
 
-TEST(PacketTest, DamagedHeadersAreNoIp) {
-    const Bytes segment = tcp(1, 2, kAck, {});
-    Bytes shortHeader = fromPhone(0x0800, ipv4(kFrom, kTo, 6, segment));
-    shortHeader[14] = 0x44;
-    Bytes wrongVersion = fromPhone(0x0800, ipv4(kFrom, kTo, 6, segment));
-    wrongVersion[14] = 0x65;
-    Bytes shortTotal = fromPhone(0x0800, ipv4(kFrom, kTo, 6, segment));
-    shortTotal[17] = 19;
-    for (const Bytes &frame : {shortHeader, wrongVersion, shortTotal}) {
-        Packet packet;
-        ASSERT_TRUE(parseFrame(frame, packet));
-        EXPECT_EQ(packet.version, 0);
-        EXPECT_FALSE(packet.hasPorts);
-    }
-}
-
 } // namespace
 } // namespace idpfwd
