@@ -146,6 +146,7 @@ TEST_F(PacketSourceTest, ACaptureIsPlayedAtItsOwnPaceUnlessFast) {
     source->work();
     EXPECT_EQ(seen(), 2u);
     EXPECT_EQ(source->tables.rows()[0].last_elapsed_ts, 1u) << "0 would say never";
+    EXPECT_EQ(source->tables.users()[0].ts_create, 1u);
     EXPECT_GT(source->timeout(), 0);
     EXPECT_LE(source->timeout(), 150);
     while (!source->finished()) {
