@@ -7,8 +7,7 @@ namespace {
 
 constexpr int kLineSize = 256;
 
-// Names end before a backslash or a '0', deliberately: the engine's package relies on the set as it
-// was first written.
+// Names end before a backslash or a '0', deliberately: reports have always carried them so.
 constexpr const char *kNameStops = "\\0";
 
 constexpr OwnedTexts<app_inf, 1> kOwnedByApp = {&app_inf::app_name};

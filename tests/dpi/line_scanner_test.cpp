@@ -16,7 +16,6 @@ struct Fields {
 // The system library's own scan, which is defined for these lines.
 Fields scanned(const std::string &line) {
     Fields fields;
-    // NOLINTNEXTLINE(cert-err34-c,bugprone-unchecked-string-to-number-conversion)
     static_cast<void>(sscanf(line.c_str(), "%d,%u,%5[^\\0]", reinterpret_cast<int *>(&fields.first),
                              &fields.second, fields.text));
     return fields;
