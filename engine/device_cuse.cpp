@@ -64,6 +64,7 @@ class WaitingCaller final : public CallerMemory {
 
 std::vector<iovec> vectors(const std::vector<Mapping> &pieces) {
     std::vector<iovec> result;
+    result.reserve(pieces.size());
     for (const Mapping &piece : pieces)
         result.push_back(
             {reinterpret_cast<void *>(static_cast<std::uintptr_t>(piece.address)), piece.size});

@@ -1,7 +1,6 @@
 #include "engine/flow_table.h"
 
 #include <algorithm>
-#include <string_view>
 #include <tuple>
 
 namespace idpfwd {

@@ -226,6 +226,7 @@ TEST_F(SocketDeviceTest, ManyThreadsEachGetTheirOwnAnswer) {
     start();
     std::atomic<int> right = 0;
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&, t] {
             std::vector<std::uint8_t> input(5000, static_cast<std::uint8_t>(t)), output(5000);
@@ -247,6 +248,7 @@ TEST_F(SocketDeviceTest, ManyThreadsEachGetTheirOwnAnswer) {
 TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     start();
     std::vector<int> links;
+    links.reserve(40);
     for (int i = 0; i < 40; ++i)
         links.push_back(connectTo(path_)); // more than are served at a time, and silent
     for (const auto &bytes : {std::vector<std::uint32_t>{1, 2, 3}, {WIRE_MARK, 0, 0xFFFFFFFF}}) {

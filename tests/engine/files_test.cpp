@@ -17,6 +17,7 @@ namespace {
 CommandLine parse(std::vector<std::string> words) {
     words.insert(words.begin(), "idpfwd");
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

@@ -30,6 +30,7 @@ class Program {
             dup2(pipes[1], STDOUT_FILENO);
             dup2(pipes[1], STDERR_FILENO);
             std::vector<char *> arguments;
+            arguments.reserve(words.size() + 1);
             for (std::string &word : words)
                 arguments.push_back(word.data());
             arguments.push_back(nullptr);

@@ -1,6 +1,7 @@
 #include "engine/packet_source.h"
 
 #include "engine/frames.h"
+#include "engine/scratch.h"
 
 #include <cjson/cJSON.h>
 #include <gmock/gmock.h>
@@ -16,7 +17,6 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
-#include <sstream>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -30,13 +30,6 @@ constexpr Mac kPc = {2, 0, 0x5e, 0, 0, 0xa};
 
 // device, application, category -> up, down
 using Usage = std::map<std::array<std::string, 3>, std::pair<std::uint64_t, std::uint64_t>>;
-
-std::string readAll(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
 
 std::string textOf(const std::uint8_t *mac) {
     char text[18];
@@ -57,7 +50,9 @@ Usage usageOf(const Source &source) {
 
 Usage expectedUsage() {
     Usage usage;
-    cJSON *document = cJSON_Parse(readAll(CAPTURE_DIR "/expected.json").c_str());
+    std::ifstream file(CAPTURE_DIR "/expected.json");
+    const std::string json{std::istreambuf_iterator<char>(file), {}};
+    cJSON *document = cJSON_Parse(json.c_str());
     const cJSON *row = nullptr;
     cJSON_ArrayForEach(row, document) {
         const auto text = [&](const char *key) {
@@ -76,12 +71,9 @@ Usage expectedUsage() {
 class PacketSourceTest : public testing::Test {
   protected:
     PacketSourceTest() {
-        std::string pattern = testing::TempDir() + "packetsXXXXXX";
-        folder_ = mkdtemp(pattern.data());
         options_.gatewayMac = kRouter;
-        options_.databases = folder_ + "/trend";
+        options_.databases = folder_.path() / "trend";
     }
-    ~PacketSourceTest() override { std::filesystem::remove_all(folder_); }
 
     std::unique_ptr<Source> openFile(const std::string &path, bool fast) {
         options_.name = path;
@@ -105,12 +97,10 @@ class PacketSourceTest : public testing::Test {
             add(static_cast<std::uint32_t>(frame.size()));
             file.append(frame.begin(), frame.end());
         }
-        const std::string path = folder_ + "/made.pcap";
-        std::ofstream(path, std::ios::binary) << file;
-        return path;
+        return folder_.write("made.pcap", file);
     }
 
-    std::string folder_;
+    Scratch folder_;
     std::string error_;
     PacketOptions options_;
 };
@@ -133,8 +123,8 @@ TEST_F(PacketSourceTest, ACaptureOfEitherFormatCountsWhatWasMeantToBeInIt) {
         EXPECT_EQ(source->tables.users().front().ts_create, 1700000000u);
         EXPECT_FALSE(source->tables.overflow().any());
     }
-    for (const char *name : {"bwdpi.app.db", "bwdpi.cat.db", "bwdpi.devdb.db"})
-        EXPECT_NE(readAll(options_.databases + "/" + name), "") << name;
+    EXPECT_THAT(folder_.names("trend"),
+                testing::ElementsAre("bwdpi.app.db", "bwdpi.cat.db", "bwdpi.devdb.db"));
 }
 
 TEST_F(PacketSourceTest, ACaptureIsPlayedAtItsOwnPaceUnlessFast) {
@@ -180,7 +170,7 @@ TEST_F(PacketSourceTest, ADamagedCaptureCountsUpToTheDamageAndSaysSo) {
 }
 
 TEST_F(PacketSourceTest, SaysWhyAnInputCannotBeUsed) {
-    EXPECT_FALSE(openFile(folder_ + "/none.pcap", true));
+    EXPECT_FALSE(openFile(folder_.path() / "none.pcap", true));
     EXPECT_THAT(error_, testing::HasSubstr("No such file"));
     EXPECT_FALSE(openFile(capture({}, 113), true));
     EXPECT_THAT(error_, testing::HasSubstr("only Ethernet"));

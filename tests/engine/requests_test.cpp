@@ -122,20 +122,20 @@ TEST(Requests, ASourceStandsInForTheTablesAndMayReportWhatItLikes) {
 TEST(Requests, WhatCannotBeServedHasItsErrno) {
     Prepared source;
     struct Case {
-        std::uint32_t number;
         CallerHeader header;
+        std::uint32_t number;
         int error;
     };
     const Case cases[] = {
-        {0xC02CBF0E, {.magic = 191, .nr = 14, .op = 8}, ENOTTY},
-        {0xC02CBF0A, {.magic = 191, .nr = 10, .op = 2}, ENOTTY},
-        {0xC02CBF63, {.magic = 191, .nr = 99, .op = 1}, ENOTTY},
-        {0xC040BF0A, kUserList, ENOTTY}, // another size in the number
-        {0x5413, kUserList, ENOTTY},
-        {0xC02CBF0A, {.magic = 190, .nr = 10, .op = 1}, EINVAL},
-        {0xC02CBF0A, {.magic = 191, .nr = 12, .op = 1}, EINVAL},
-        {0xC02CBF0C,
-         {.magic = 191, .nr = 12, .op = 2, .inType = 2, .inLength = kMaxInput + 1},
+        {{.magic = 191, .nr = 14, .op = 8}, 0xC02CBF0E, ENOTTY},
+        {{.magic = 191, .nr = 10, .op = 2}, 0xC02CBF0A, ENOTTY},
+        {{.magic = 191, .nr = 99, .op = 1}, 0xC02CBF63, ENOTTY},
+        {kUserList, 0xC040BF0A, ENOTTY}, // another size in the number
+        {kUserList, 0x5413, ENOTTY},
+        {{.magic = 190, .nr = 10, .op = 1}, 0xC02CBF0A, EINVAL},
+        {{.magic = 191, .nr = 12, .op = 1}, 0xC02CBF0A, EINVAL},
+        {{.magic = 191, .nr = 12, .op = 2, .inType = 2, .inLength = kMaxInput + 1},
+         0xC02CBF0C,
          EINVAL},
     };
     for (const Case &each : cases)
