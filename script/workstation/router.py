@@ -31,7 +31,7 @@ def wait_until(condition, what, seconds=20):
 class Router:
     def __init__(self, root):
         self.root = root
-        self.started = []
+        self.started = []  # the uploader, then the engine
         self.daemon_pid = None
 
     def start(self, engine_options):
@@ -101,5 +101,5 @@ class Router:
             os.kill(self.daemon_pid, signal.SIGTERM)
             wait_until(lambda: not self.root.read(PID_FILE), "the daemon's end")
         for process in reversed(self.started):
-            process.kill() if process is not self.engine else process.terminate()
+            process.terminate()
             process.wait()
