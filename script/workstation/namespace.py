@@ -1,8 +1,11 @@
 """What the processes at both ends of the LAN share: their interface, and talk with the parent."""
 
+import signal
 import subprocess
 import sys
 from pathlib import Path
+
+signal.signal(signal.SIGINT, signal.SIG_IGN)  # they end with their parent
 
 
 def say(what):

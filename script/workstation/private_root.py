@@ -65,8 +65,10 @@ class PrivateRoot:
             raise RuntimeError(f"{' '.join(command)} failed with status {status}")
 
     def read(self, path):
-        file = self.path / path.lstrip("/")
-        return file.read_text(errors="replace") if file.exists() else ""
+        try:
+            return (self.path / path.lstrip("/")).read_text(errors="replace")
+        except FileNotFoundError:
+            return ""
 
     def remove(self):
         shutil.rmtree(self.path, ignore_errors=True)

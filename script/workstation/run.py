@@ -2,6 +2,7 @@
 
 import argparse
 import os
+import signal
 import subprocess
 import sys
 import time
@@ -47,18 +48,23 @@ def enter_namespaces(arguments):
         return os.environ[INSIDE]
     user = [] if os.geteuid() == 0 else ["--map-root-user"]
     if arguments.interface and user:
-        sys.stdout.flush()
         os.execvp("sudo", ["sudo", sys.executable, *sys.argv])
     network = [] if arguments.interface else ["--net"]
-    wrapper = ["unshare", *user, *network, "--mount", "--pid", "--fork", "--kill-child"]
-    mode = "own" if is_permitted(wrapper) else "none"
-    if mode == "none":
+    wrapper = ["unshare", *user, *network, "--mount", "--pid", "--fork", "--kill-child=SIGTERM"]
+    if not is_permitted(wrapper):
         if user:
             os.execvp("sudo", ["sudo", sys.executable, *sys.argv])
-        return mode
-    sys.stdout.flush()
-    environment = os.environ | {INSIDE: mode}
-    os.execvpe(wrapper[0], [*wrapper, sys.executable, *sys.argv], environment)
+        return "none"
+    sys.exit(run_inside(wrapper))
+
+
+def run_inside(wrapper):
+    """Waits for the program in the namespaces; its end takes along whatever it has started."""
+    inside = subprocess.Popen([*wrapper, sys.executable, *sys.argv],
+                              env=os.environ | {INSIDE: "own"})
+    signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C reaches the program itself
+    signal.signal(signal.SIGTERM, lambda *_: inside.kill())  # unshare alone would ignore it
+    return 143 if inside.wait() < 0 else inside.returncode
 
 
 def choose_source(arguments, namespaces, root):
@@ -124,8 +130,14 @@ def show(router, arguments, lan):
     return compare(reports, counters, ended)
 
 
+def interrupt(*_):
+    raise KeyboardInterrupt
+
+
 def main():
     arguments = parse_arguments()
+    for number in (signal.SIGINT, signal.SIGTERM):  # process 1 of a namespace has no defaults
+        signal.signal(number, interrupt)
     namespaces = enter_namespaces(arguments)
     root = PrivateRoot(BUILD)
     router = Router(root)
@@ -140,8 +152,10 @@ def main():
         print(f"script/run: {error}", file=sys.stderr)
         return 1
     finally:
-        router.stop()
-        root.remove()
+        try:
+            router.stop()
+        finally:
+            root.remove()
     return 0 if agrees else 1
 
 
