@@ -29,6 +29,24 @@ bool format_text_list(char *destination, std::size_t size, const char *format, v
     return length >= 0 && static_cast<std::size_t>(length) < size;
 }
 
+bool parse_mac(const char *text, unsigned char mac[6]) {
+    unsigned int groups[6];
+    if (sscanf(text, "%2x:%2x:%2x:%2x:%2x:%2x", &groups[0], &groups[1], &groups[2], &groups[3],
+               &groups[4], &groups[5]) != 6)
+        return false;
+    for (int i = 0; i < 6; ++i)
+        mac[i] = static_cast<unsigned char>(groups[i]);
+    return true;
+}
+
+int truncated_value(const char *text) {
+    const double value = strtod(text, nullptr);
+    // Written so that NaN fails it; both limits are exact in a double.
+    const bool fits = value > std::numeric_limits<int>::min() - 1.0 &&
+                      value < std::numeric_limits<int>::max() + 1.0;
+    return fits ? static_cast<int>(value) : 0;
+}
+
 int decimal_value(const char *text) {
     if (text == nullptr)
         return 0;

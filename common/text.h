@@ -20,6 +20,14 @@ void copy_text(char (&destination)[Size], const char *source) {
 [[gnu::format(printf, 3, 0)]] bool format_text_list(char *destination, std::size_t size,
                                                     const char *format, va_list arguments);
 
+// Reads six hexadecimal groups joined by colons, each as scanf's %2x does (one digit is enough),
+// and ignores what follows them. False, with mac untouched, when a group is missing.
+bool parse_mac(const char *text, unsigned char mac[6]);
+
+// The leading number of text, fraction and exponent allowed, truncated toward zero. 0 when there is
+// none, when it is not a number, or when it is out of the range of int.
+int truncated_value(const char *text);
+
 // The leading decimal number of text (blanks and one sign allowed before it), base 10, limited to
 // the range of int. No digits, or no text, is 0.
 int decimal_value(const char *text);

@@ -1,6 +1,7 @@
 #include "common/text.h"
 
 #include <climits>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 TEST(Text, CopyCutsAtTheBufferAndAlwaysTerminates) {
@@ -19,6 +20,25 @@ TEST(Text, FormatTellsWhetherEverythingFitted) {
     EXPECT_TRUE(format_text(text, sizeof text, "%d", 123));
     EXPECT_FALSE(format_text(text, sizeof text, "%d", 1234));
     EXPECT_STREQ(text, "123");
+}
+
+TEST(Text, MacNeedsSixGroups) {
+    unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
+    for (const char *text :
+         {"", "AA:BB:CC:DD:EE", "AA:BB:CC:DD:EE:GG", "AABBCCDDEEFF", "AAA:BB:CC:DD:EE:FF"})
+        EXPECT_FALSE(parse_mac(text, mac)) << text;
+    EXPECT_THAT(mac, testing::Each(9));
+    EXPECT_TRUE(parse_mac(" 0:A1:b2:3:FF:0f and more", mac));
+    EXPECT_THAT(mac, testing::ElementsAre(0, 0xA1, 0xB2, 3, 0xFF, 0x0F));
+}
+
+TEST(Text, TruncatedValueRefusesWhatNoIntCanHold) {
+    const std::pair<const char *, int> rows[] = {
+        {"", 0},           {" -45.9x", -45},          {"1e3", 1000},     {"nan", 0},
+        {"-inf", 0},       {"2147483647.9", INT_MAX}, {"2147483648", 0}, {"-2147483648.9", INT_MIN},
+        {"-2147483649", 0}};
+    for (const auto &[text, value] : rows)
+        EXPECT_EQ(truncated_value(text), value) << text;
 }
 
 TEST(Text, DecimalValueIsBoundedAndNeverTrustsItsText) {
