@@ -1,0 +1,67 @@
+#include "sysutil/firmware_update.h"
+
+#include "support/fixture.h"
+
+#include <climits>
+
+namespace {
+
+class FirmwareUpdate : public rig::Fixture {};
+
+TEST_F(FirmwareUpdate, TheFolderFollowsTheRegionUnlessTheFlagIsSet) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"NA", "na"}, {"GR", "gr"}, {"PR", "pr"}, {"RU", "ru"}, {"BZ", "bz"}, {"IN", "in"},
+        {"KO", "ko"}, {"JP", "jp"}, {"AU", "au"}, {"PA", "pa"}, {"", "ww"},   {"na", "ww"}};
+    for (const auto &[region, folder] : rows) {
+        rig::setSetting("sku_name", region);
+        EXPECT_STREQ(get_firmware_update_folder(0), folder);
+        EXPECT_STREQ(get_firmware_update_folder(-1), "ww");
+    }
+}
+
+TEST_F(FirmwareUpdate, AStatusFileGivesTheNumberOfItsFirstLine) {
+    const std::pair<std::string, int> rows[] = {
+        {"7\n", 7},        {"", -1},
+        {"\n5\n", -1},     {"-3", -3},
+        {"\xff\xfe\n", 0}, {"99999999999\n", INT_MAX},
+        {" 2\n", 2},       {std::string(63, '0') + "9\n", 0}};
+    for (const auto &[content, value] : rows) {
+        rig::writeFile("/tmp/status", content);
+        EXPECT_EQ(get_fw_check_status("/tmp/status"), value) << content;
+    }
+    EXPECT_EQ(set_fw_check_status("/tmp/status", -12), 0);
+    EXPECT_EQ(rig::readFile("/tmp/status"), "-12\n");
+    EXPECT_EQ(get_fw_check_status("/tmp/new"), 0);
+    EXPECT_EQ(rig::readFile("/tmp/new"), "0\n");
+}
+
+TEST_F(FirmwareUpdate, AResetWritesZeroIntoEveryFileOfItsKindOnly) {
+    EXPECT_EQ(reset_all_fw_check_status(), 0);
+    EXPECT_FALSE(rig::fileExists("/tmp/device_info_status"));
+    EXPECT_EQ(reset_all_device_info_check_status(), 0);
+    for (const std::string name :
+         {"fw_Cfg", "fw_stringtable", "fw_image", "fw_new_Cfg", "fw_language", "device_info_Cfg",
+          "device_info", "device_info_new_Cfg", "ua_string_table", "mac_table",
+          "device_type_index_table"})
+        EXPECT_EQ(rig::readFile("/tmp/" + name + "_status"), "0\n");
+}
+
+TEST_F(FirmwareUpdate, MarkersAreSeenOnceTheyAreSet) {
+    EXPECT_EQ(check_upgrade_status() + is_fw_upgrading(), 0);
+    EXPECT_EQ(create_upgrade_file(), 0);
+    EXPECT_EQ(check_upgrade_status(), 1);
+    EXPECT_EQ(is_fw_upgrading(), 0);
+    EXPECT_EQ(set_fw_is_upgrading(), 0);
+    EXPECT_EQ(is_fw_upgrading(), 1);
+}
+
+TEST_F(FirmwareUpdate, TheSizeOfAnImageIsItsEnd) {
+    std::uint32_t size = 9;
+    EXPECT_EQ(rig::standardError([&] { EXPECT_EQ(getDownloadImageSize("/tmp/no", &size), 1); }),
+              "/tmp/no: No such file or directory\n");
+    rig::writeFile("/tmp/image", std::string(70000, 'i'));
+    EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
+    EXPECT_EQ(size, 70000u);
+}
+
+} // namespace
