@@ -83,7 +83,7 @@ TEST_F(Stations, HostileListingsAreSkippedAndAnUnknownBandIsLeftUnset) {
 TEST_F(Stations, QualityFollowsTheFirstLevelThatIsNotZero) {
     const std::pair<const char *, int> rows[] = {
         {"-90\n", 41}, {"-80", 51}, {"-79", 52}, {"-50", 91},   {"-41", 100},      {"20", 100},
-        {"-79.9", 52}, {"-130", 1}, {"-131", 0}, {"-99999", 0}, {"-2147483648", 0}};
+        {"-75.9", 57}, {"-130", 1}, {"-131", 0}, {"-99999", 0}, {"-2147483648", 0}};
     for (const auto &[level, expected] : rows)
         EXPECT_EQ(quality(level), expected) << level;
     for (const char *none : {"0.9", "nan", "-inf", "-1e99", "text", "\xff"}) {
