@@ -80,11 +80,25 @@ void link_after(devIdNode **position, devIdNode *node) {
     *position = node;
 }
 
+// Moves *head to the first record whose field is exactly the text. The messages tell the public
+// function and what it looks for.
 template <std::size_t Width>
-devIdNode *find(devIdNode *node, char (devDataStructure::*field)[Width], std::string_view text) {
+int look_up(devIdNode **head, char (devDataStructure::*field)[Width], const char *text,
+            const char *function, const char *label) {
+    if (*head == nullptr) {
+        DEBUG_INFO("[%s][%d]Empty List.\n", function, __LINE__);
+        return -1;
+    }
+    devIdNode *node = *head;
     while (node != nullptr && text_of(node->data.*field) != text)
         node = node->next;
-    return node;
+    if (node == nullptr) {
+        DEBUG_INFO("[%s][%d]Not find the %s: %s\n", function, __LINE__, label, text);
+        return -1;
+    }
+    DEBUG_INFO("[%s][%d]find Node %s: %s\n", function, __LINE__, label, text);
+    *head = node;
+    return 0;
 }
 
 struct Choice {
@@ -204,33 +218,11 @@ int removeAllDevIdNodes(devIdNode **head) {
 }
 
 int searchDevIdNodeByMac(devIdNode **head, const char *mac_text) {
-    if (*head == nullptr) {
-        DEBUG_INFO("[%s][%d]Empty List.\n", __func__, __LINE__);
-        return -1;
-    }
-    devIdNode *const found = find(*head, &devDataStructure::devMacAddr, mac_text);
-    if (found == nullptr) {
-        DEBUG_INFO("[%s][%d]Not find the mac: %s\n", __func__, __LINE__, mac_text);
-        return -1;
-    }
-    DEBUG_INFO("[%s][%d]find Node mac: %s\n", __func__, __LINE__, mac_text);
-    *head = found;
-    return 0;
+    return look_up(head, &devDataStructure::devMacAddr, mac_text, __func__, "mac");
 }
 
 int searchDevIdNodeByIPaddr(devIdNode **head, const char *ip_text) {
-    if (*head == nullptr) {
-        DEBUG_INFO("[%s][%d]Empty List.\n", __func__, __LINE__);
-        return -1;
-    }
-    devIdNode *const found = find(*head, &devDataStructure::devIpAddr, ip_text);
-    if (found == nullptr) {
-        DEBUG_INFO("[%s][%d]Not find the ipAddr: %s\n", __func__, __LINE__, ip_text);
-        return -1;
-    }
-    DEBUG_INFO("[%s][%d]find Node ipAddr: %s\n", __func__, __LINE__, ip_text);
-    *head = found;
-    return 0;
+    return look_up(head, &devDataStructure::devIpAddr, ip_text, __func__, "ipAddr");
 }
 
 int getDeviceNameByPriority(devDataStructure record, char *out) {

@@ -66,9 +66,7 @@ TEST_F(DeviceIdentityService, WithoutASocketTheProcessEnds) {
 }
 
 TEST_F(DeviceIdentityService, AMacTextWithoutSixGroupsIsAllZero) {
-    unsigned char mac[6];
-    getMacByString("0A:b1:C2:dd:EE:ff", mac);
-    EXPECT_THAT(mac, testing::ElementsAre(0x0A, 0xB1, 0xC2, 0xDD, 0xEE, 0xFF));
+    unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
     getMacByString("0A:b1:C2:dd:EE", mac);
     EXPECT_THAT(mac, testing::Each(0));
 }

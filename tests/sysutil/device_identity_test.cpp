@@ -109,6 +109,10 @@ TEST_F(DeviceIdentity, LookUpsMoveTheHeadToTheFirstExactMatch) {
         EXPECT_EQ(at, result == 0 ? head->next : head);
         return result == 0;
     };
+    rig::setSetting("dev_id_debug", "1");
+    EXPECT_THAT(rig::standardOutput([&] { found(searchDevIdNodeByIPaddr, "10.0.0.1"); }),
+                testing::EndsWith("]Not find the ipAddr: 10.0.0.1\n"));
+    rig::setSetting("dev_id_debug", "");
     EXPECT_TRUE(found(searchDevIdNodeByMac, std::string(18, 'x')));
     EXPECT_TRUE(found(searchDevIdNodeByIPaddr, std::string(16, 'x')));
     for (const int length : {15, 17, 19})
