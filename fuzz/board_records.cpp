@@ -3,13 +3,14 @@
 // Input: a byte that selects the record (its lowest two bits) and where the rest goes (0x80: to
 // the end of the record area, else to its start); the length of the new data as two bytes,
 // little-endian; then the content of the record area, the remainder of which stays erased.
-#include "board/board_records.h"
+#include "fuzz/target.h"
+
 #include "board/board_data.h"
+#include "board/board_records.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 #include <vector>
 
@@ -17,33 +18,28 @@ namespace {
 
 constexpr std::size_t kArea = 0x8000;
 
-void require(bool holds) {
-    if (!holds)
-        abort();
-}
-
 // False when there is no such record.
 bool readRecord(int id, const std::vector<std::uint8_t> &block, std::vector<char> &data) {
     data.resize(BOARD_DATA_SIZE - kArea);
-    std::uint32_t length = 0;
+    uint32_t length = 0;
     const int size = static_cast<int>(data.size());
     if (bd_read_record_2(id, data.data(), block.data(), &length, size) != 0)
         return false;
-    require(length <= data.size());
+    FUZZ_REQUIRE(length <= data.size());
     data.resize(length);
     return true;
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *input, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *input, std::size_t size) {
     if (size < 3)
         return 0;
     const int id = 1 + (input[0] & 3);
     const bool atEnd = (input[0] & 0x80) != 0;
     const std::vector<char> written(input[1] | std::size_t{input[2]} << 8, 'n');
     const std::span area(input + 3, std::min(size - 3, BOARD_DATA_SIZE - kArea));
-    std::vector<std::uint8_t> block(BOARD_DATA_SIZE, 0xFF);
+    std::vector<uint8_t> block(BOARD_DATA_SIZE, 0xFF);
     std::copy(area.begin(), area.end(),
               atEnd ? block.end() - static_cast<std::ptrdiff_t>(area.size())
                     : block.begin() + static_cast<std::ptrdiff_t>(kArea));
@@ -55,11 +51,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *input, std::size_t siz
     const int length = static_cast<int>(written.size());
     if (bd_write_record_2(id, written.data() == nullptr ? "" : written.data(), block.data(),
                           length) < 0) {
-        require(block == before);
+        FUZZ_REQUIRE(block == before);
         return 0;
     }
-    require(std::equal(block.begin(), block.begin() + kArea, before.begin()));
+    FUZZ_REQUIRE(std::equal(block.begin(), block.begin() + kArea, before.begin()));
     // Nothing stands before the first record that could hide it.
-    require(id != 1 || (readRecord(1, block, data) && data == written));
+    FUZZ_REQUIRE(id != 1 || (readRecord(1, block, data) && data == written));
     return 0;
 }

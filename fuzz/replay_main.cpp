@@ -1,11 +1,12 @@
-// Replays a corpus through the target that it is linked with: every file as it is, then some
-// hundred mutations of it, the same ones each time.
+// Replays a corpus through the target that it is linked with: every file as it is, then so many
+// mutations of it, the same ones each time.
 #include "fuzz/target.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,7 +19,6 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using Engine = std::mt19937; // the same numbers everywhere; distributions would not be
 
-constexpr int kMutations = 300;
 constexpr std::size_t kLongest = 1 << 14;
 
 std::size_t below(Engine &random, std::size_t bound) {
@@ -60,10 +60,10 @@ void replay(Bytes bytes) {
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 
-void replay_with_mutations(const Bytes &original, Engine &random) {
+void replay_with_mutations(const Bytes &original, int mutations, Engine &random) {
     replay(original);
     Bytes bytes = original;
-    for (int i = 0; i < kMutations; ++i) {
+    for (int i = 0; i < mutations; ++i) {
         if (i % 10 == 0)
             bytes = original;
         mutate(bytes, random);
@@ -79,10 +79,11 @@ Bytes read(const std::filesystem::path &path) {
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 2) {
-        fprintf(stderr, "usage: %s CORPUS\n", argv[0]);
+    if (argc != 3 || freopen("/dev/null", "w", stdout) == nullptr) { // what targets print is noise
+        fprintf(stderr, "usage: %s CORPUS MUTATIONS\n", argv[0]);
         return 2;
     }
+    const int mutations = std::atoi(argv[2]);
     std::error_code error;
     std::vector<std::filesystem::path> files;
     for (const auto &entry : std::filesystem::directory_iterator(argv[1], error))
@@ -95,7 +96,7 @@ int main(int argc, char **argv) {
     Engine random;
     replay({});
     for (const auto &file : files)
-        replay_with_mutations(read(file), random);
-    printf("%zu inputs, %d mutations of each\n", files.size(), kMutations);
+        replay_with_mutations(read(file), mutations, random);
+    fprintf(stderr, "%zu inputs, %d mutations of each\n", files.size(), mutations);
     return 0;
 }
