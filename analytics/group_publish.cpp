@@ -60,9 +60,9 @@ bool can_start_command(const char *directory) {
 }
 
 // The publishers tell whether their command was run.
-bool publish_by_iot(const ra_device_info &device, int group) {
-    char client_id[sizeof device.client_id + 1];
-    copy_text(client_id, device.client_id);
+bool publish_by_iot(const ra_device_info *device, int group) {
+    char client_id[sizeof device->client_id + 1];
+    copy_text(client_id, device->client_id);
     char command[kCommandSize];
     if (!format_command(command, sizeof command,
                         "LD_LIBRARY_PATH=/usr/share %s/awsiotpub -i %s "
@@ -89,7 +89,7 @@ bool publish_by_mcs(int group) {
     return true;
 }
 
-bool publish(PublishMethod method, const ra_device_info &device, int group) {
+bool publish(PublishMethod method, const ra_device_info *device, int group) {
     if (method == PublishMethod::Other)
         return true;
     if (!can_start_command(ra_get_root_dir()))
@@ -196,7 +196,7 @@ int ra_send_json_to_cloud_by_group(const struct ra_device_info *device_info, cJS
         publish_method({name, strnlen(name, sizeof DRI_update_info.publish_method)});
     if (kelpNvramConfig_match(kNoPublishSetting, "1") == 1)
         pretend_publication();
-    else if (!publish(method, *device_info, group))
+    else if (!publish(method, device_info, group))
         return 0;
     back_up_report();
     run_command(128, "cat %s >> %s", kPublisherLog, kReportLog);
