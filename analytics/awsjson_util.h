@@ -4,8 +4,8 @@
  *
  * All of it is state of the process without locks, for one thread at a time.
  */
-#ifndef AWSJSON_UTIL_H
-#define AWSJSON_UTIL_H
+#ifndef ANALYTICS_AWSJSON_UTIL_H
+#define ANALYTICS_AWSJSON_UTIL_H
 
 #include "device_lookup.h"
 #include "firmware_upgrade.h"

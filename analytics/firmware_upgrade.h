@@ -2,8 +2,8 @@
  * The report of a firmware upgrade, kept in settings across the upgrade, and the labels that the
  * report uses for what other components left in settings.
  */
-#ifndef FIRMWARE_UPGRADE_H
-#define FIRMWARE_UPGRADE_H
+#ifndef ANALYTICS_FIRMWARE_UPGRADE_H
+#define ANALYTICS_FIRMWARE_UPGRADE_H
 
 #ifdef __cplusplus
 extern "C" {

@@ -2,8 +2,8 @@
  * Publishes analytics reports in five groups, 0 to 4, by the AWS IoT or the MCS publisher, and
  * keeps a failed report to be sent again.
  */
-#ifndef GROUP_PUBLISH_H
-#define GROUP_PUBLISH_H
+#ifndef ANALYTICS_GROUP_PUBLISH_H
+#define ANALYTICS_GROUP_PUBLISH_H
 
 #include "group_retry.h"
 
@@ -27,8 +27,9 @@ extern struct dri_update_info DRI_update_info;
 /*
  * Writes the document (the caller's, never freed) to the group's report file
  * "/tmp/aws_json_dir/aws_Z5150_<group>.json", unless an earlier report is still unsent, which is
- * then sent again while the document is dropped. Runs the publisher from the root directory, waits
- * for it, and judges its output, which moves the group's counters. What has been sent, or given
+ * then sent again while the document is dropped. Runs the publisher from the root directory (IoT's
+ * with the client identifier of device_info, which nothing else looks at), waits for it, and judges
+ * its output, which moves the group's counters. What has been sent, or given
  * up, is settled: group 1 clears connection facts 1 and 2, group 2 finishes the firmware-upgrade
  * report, group 4 sets "RA_useroption_report" (where the two publishers differ is at the code).
  *

@@ -4,8 +4,8 @@
  * Called once a tick while is_group_retry_flag_isset() is 1, set_group_retry_counter() marks a
  * resend as due every so many ticks; a group that needs an update is sent its unsent file again.
  */
-#ifndef GROUP_RETRY_H
-#define GROUP_RETRY_H
+#ifndef ANALYTICS_GROUP_RETRY_H
+#define ANALYTICS_GROUP_RETRY_H
 
 #include <stdint.h>
 

@@ -2,8 +2,8 @@
  * Housekeeping of the reports' files: a cap on the size of a log, and marker files for events that
  * have happened.
  */
-#ifndef HOUSEKEEPING_H
-#define HOUSEKEEPING_H
+#ifndef ANALYTICS_HOUSEKEEPING_H
+#define ANALYTICS_HOUSEKEEPING_H
 
 #ifdef __cplusplus
 extern "C" {

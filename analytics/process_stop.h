@@ -2,8 +2,8 @@
  * Frees the router's memory before a firmware upgrade that is about to run, by stopping whatever
  * it can do without.
  */
-#ifndef PROCESS_STOP_H
-#define PROCESS_STOP_H
+#ifndef ANALYTICS_PROCESS_STOP_H
+#define ANALYTICS_PROCESS_STOP_H
 
 #ifdef __cplusplus
 extern "C" {

@@ -3,8 +3,8 @@
  * uploader lives, its certificate option, the report's time stamp, the firmware-report flag and the
  * internet-connection facts.
  */
-#ifndef REPORT_FILE_H
-#define REPORT_FILE_H
+#ifndef ANALYTICS_REPORT_FILE_H
+#define ANALYTICS_REPORT_FILE_H
 
 #ifdef __cplusplus
 extern "C" {
