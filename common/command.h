@@ -12,7 +12,8 @@ constexpr std::size_t kLargestCommand = 2048;
 // The format knows %s, %d, %u and %%, without flags or widths. Each %s is text from outside: it
 // stands in the command as it is while it holds only letters, digits and _ . / : @ % + = , - and
 // does not begin with '-'; any other text is put in single quotes, so that it can never start
-// another command.
+// another command. An empty text stands for nothing, not for an empty word: a caller to whom the
+// difference matters has to look first.
 //
 // A command of buffer_size characters or more (buffer_size is at most kLargestCommand) is not run.
 //
