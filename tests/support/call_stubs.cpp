@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <sys/ioctl.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 #include <utility>
@@ -20,10 +19,6 @@ bool settimeofdayFails;
 
 void onIoctl(IoctlHandler newHandler) {
     handler = std::move(newHandler);
-}
-
-int kernelIoctl(int descriptor, unsigned long request, void *argument) {
-    return static_cast<int>(syscall(SYS_ioctl, descriptor, request, argument));
 }
 
 void setTime(std::time_t now) {

@@ -13,9 +13,6 @@ namespace rig {
 using IoctlHandler = std::function<int(int descriptor, unsigned long request, void *argument)>;
 void onIoctl(IoctlHandler handler);
 
-// The real call, for a handler that lets one through.
-int kernelIoctl(int descriptor, unsigned long request, void *argument);
-
 // Stops time() at this moment, until the next call; sleep() then moves it on without waiting.
 void setTime(std::time_t now);
 

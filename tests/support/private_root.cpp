@@ -99,7 +99,7 @@ std::string enterPrivateRoot(const std::vector<Program> &programs) {
     oldRoot = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     oldDirectory = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (geteuid() != 0) {
-        const std::string reason = becomeNamespaceRoot();
+        std::string reason = becomeNamespaceRoot();
         if (!reason.empty())
             return reason;
     }
@@ -124,10 +124,6 @@ void leavePrivateRoot() {
         fs::remove_all(rootPath, ignored);
         rootPath.clear();
     }
-}
-
-bool insidePrivateRoot() {
-    return oldRoot >= 0;
 }
 
 void resetPrivateRoot() {

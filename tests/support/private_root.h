@@ -20,9 +20,6 @@ std::string enterPrivateRoot(const std::vector<Program> &programs = {});
 // Goes back to the old root and removes the directory. Does nothing when there is none.
 void leavePrivateRoot();
 
-// Whether the process is inside its private root.
-bool insidePrivateRoot();
-
 // Empties the private root but for its tools, and creates the router's usual folders again.
 void resetPrivateRoot();
 
