@@ -13,10 +13,9 @@ TEST(GroupRetry, EveryGroupIsSeenByItsOwnTestsAndByTheCommonOnes) {
     for (int group = 0; group < 5; ++group) {
         for (const auto &row : rows) {
             g_group_retry[group] = row.counters;
-            for (int other = -1; other <= 5; ++other) {
-                const int expected = other == group ? row.needsUpdate : 0;
-                EXPECT_EQ(is_ra_report_need_update_by_group(other), expected);
-                EXPECT_EQ(is_ra_need_retry_by_group(other), expected);
+            for (int any = -1; any <= 5; ++any) {
+                EXPECT_EQ(is_ra_report_need_update_by_group(any), any == group && row.needsUpdate);
+                EXPECT_EQ(is_ra_need_retry_by_group(any), any == group && row.needsUpdate);
             }
             EXPECT_EQ(is_group_need_to_retry(), row.needsRetry);
             EXPECT_EQ(is_group_retry_flag_isset(), row.isInRetryMode);

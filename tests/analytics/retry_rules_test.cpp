@@ -1,67 +1,45 @@
 #include "analytics/retry_rules.h"
 
+#include <array>
+#include <bit>
 #include <gtest/gtest.h>
-#include <tuple>
 
-namespace {
-
-// fail_count, retry_due, retry_mode and retry_ticks before and after a step.
-struct Row {
-    group_retry before, after;
-    int detail; // whether the group has given up; the limit of a tick
-};
-
-void expectEqual(const group_retry &actual, const Row &row) {
-    EXPECT_EQ(
-        std::make_tuple(actual.fail_count, actual.retry_due, actual.retry_mode, actual.retry_ticks),
-        std::make_tuple(row.after.fail_count, row.after.retry_due, row.after.retry_mode,
-                        row.after.retry_ticks))
-        << "from " << row.before.fail_count << " " << row.before.retry_due;
-}
-
-} // namespace
-
-TEST(RetryRules, IotFailuresLeadIntoRetryModeAndThenToGivingUp) {
-    const Row rows[] = {
-        {{0, 0, 0, 0}, {1, 0, 0, 0}, 0}, {{2, 0, 0, 7}, {3, 0, 0, 7}, 0},
-        {{3, 0, 0, 7}, {0, 0, 1, 7}, 0}, {{0, 0, 1, 7}, {0, 1, 1, 7}, 0},
-        {{0, 2, 1, 0}, {0, 3, 1, 0}, 0}, {{0, 3, 1, 7}, {0, 0, 0, 7}, 1},
-        {{3, 2, 0, 0}, {0, 2, 1, 0}, 0}, {{3, 0, 1, 0}, {3, 1, 1, 0}, 0},
-        {{0, 0, 2, 0}, {1, 0, 2, 0}, 0}, // in retry mode is exactly 1 here
+// Every rule by which the counters move, as fail_count, retry_due, retry_mode and retry_ticks
+// before and after a step.
+TEST(RetryRules, EachStepMovesExactlyTheCountersThatItsRuleNames) {
+    using Counters = std::array<uint32_t, 4>;
+    using Step = bool (*)(group_retry &); // true: the group has given up
+    constexpr Step iot = count_iot_failure;
+    constexpr Step mcs = count_mcs_failure;
+    const struct {
+        Step failure;
+        int limit; // of a tick, where there is no failure
+        Counters before, after;
+        bool given_up = false;
+    } rows[] = {
+        {iot, 0, {0, 0, 0, 7}, {1, 0, 0, 7}},
+        {iot, 0, {2, 0, 0, 7}, {3, 0, 0, 7}},
+        {iot, 0, {3, 0, 0, 7}, {0, 0, 1, 7}},
+        {iot, 0, {0, 0, 1, 7}, {0, 1, 1, 7}},
+        {iot, 0, {0, 2, 1, 7}, {0, 3, 1, 7}},
+        {iot, 0, {0, 3, 1, 7}, {0, 0, 0, 7}, true},
+        {iot, 0, {3, 2, 0, 7}, {0, 2, 1, 7}},
+        {iot, 0, {0, 0, 2, 7}, {1, 0, 2, 7}}, // in retry mode is exactly 1 here
+        {mcs, 0, {2, 2, 1, 7}, {3, 2, 1, 7}}, // and never looked at here
+        {mcs, 0, {3, 2, 1, 7}, {0, 2, 1, 7}, true},
+        {nullptr, 3, {1, 0, 0, 2}, {1, 0, 0, 2}},
+        {nullptr, 3, {0, 0, 1, 1}, {0, 0, 1, 2}},
+        {nullptr, 3, {0, 3, 2, 2}, {0, 1, 2, 0}},
+        {nullptr, 3, {0, 0, 1, 3}, {0, 0, 1, 4}},
+        {nullptr, 0, {0, 0, 1, UINT32_MAX}, {0, 0, 1, 0}},
+        {nullptr, -1, {0, 0, 1, UINT32_MAX - 1}, {0, 0, 1, UINT32_MAX}},
     };
     for (const auto &row : rows) {
-        group_retry retry = row.before;
-        EXPECT_EQ(count_iot_failure(retry), row.detail == 1);
-        expectEqual(retry, row);
-    }
-}
-
-TEST(RetryRules, McsFailuresNeverLeadIntoRetryMode) {
-    const Row rows[] = {
-        {{0, 0, 0, 0}, {1, 0, 0, 0}, 0},
-        {{2, 2, 1, 7}, {3, 2, 1, 7}, 0},
-        {{3, 2, 1, 7}, {0, 2, 1, 7}, 1},
-    };
-    for (const auto &row : rows) {
-        group_retry retry = row.before;
-        EXPECT_EQ(count_mcs_failure(retry), row.detail == 1);
-        expectEqual(retry, row);
-    }
-}
-
-TEST(RetryRules, TicksCountInRetryModeOnlyAndFireWhenTheyEqualTheLimit) {
-    const Row rows[] = {
-        {{1, 0, 0, 2}, {1, 0, 0, 2}, 3},
-        {{0, 0, 1, 1}, {0, 0, 1, 2}, 3},
-        {{0, 0, 1, 2}, {0, 1, 1, 0}, 3},
-        {{0, 3, 2, 2}, {0, 1, 2, 0}, 3},
-        {{0, 0, 1, 3}, {0, 0, 1, 4}, 3},
-        {{0, 0, 1, UINT32_MAX}, {0, 0, 1, 0}, 0},
-        {{0, 0, 1, UINT32_MAX - 1}, {0, 0, 1, UINT32_MAX}, -1},
-    };
-    for (const auto &row : rows) {
-        group_retry retry = row.before;
-        count_tick(retry, row.detail);
-        expectEqual(retry, row);
+        auto retry = std::bit_cast<group_retry>(row.before);
+        if (row.failure != nullptr)
+            EXPECT_EQ(row.failure(retry), row.given_up);
+        else
+            count_tick(retry, row.limit);
+        EXPECT_EQ(std::bit_cast<Counters>(retry), row.after) << "row " << &row - rows;
     }
 }
