@@ -10,13 +10,9 @@ namespace {
 
 constexpr std::size_t kLogTextSize = 4096;
 
-// The character behind one conversion: flags, width, precision, length and the letter.
+// The character behind one conversion: position, flags, width, precision, length and the letter.
 const char *skipConversion(const char *c) {
-    c += strspn(c, "-+ #0'");
-    c += strspn(c, "0123456789*");
-    if (*c == '.')
-        c += 1 + strspn(c + 1, "0123456789*");
-    c += strspn(c, "hlqjztL");
+    c += strspn(c, "0123456789$*.-+ #'hlqjztL");
     return *c == '\0' ? c : c + 1;
 }
 
