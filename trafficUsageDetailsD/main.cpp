@@ -1,3 +1,4 @@
+#include "common/file.h"
 #include "platform/nvram.h"
 #include "sysutil/timezone.h"
 #include "trafficUsageDetailsD/monitor.h"
@@ -15,11 +16,8 @@ constexpr int kSignals[] = {SIGUSR1, SIGTERM, SIGINT, SIGKILL, SIGUSR2};
 
 // The mere existence of the pid file is the lock: no pid is read, a stale file blocks as well.
 bool isAlreadyRunning() {
-    FILE *file = fopen(kPidFile, "r");
-    if (file == nullptr)
-        return false;
-    fclose(file);
-    return true;
+    const File file(fopen(kPidFile, "r"));
+    return file != nullptr;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "trafficUsageDetailsD/monitor.h"
 
+#include "common/file.h"
 #include "platform/nvram.h"
 #include "trafficUsageDetailsD/record_buffer.h"
 #include "trafficUsageDetailsD/usage_report.h"
@@ -30,13 +31,11 @@ volatile sig_atomic_t terminating = 0;
 }
 
 void writePidFile() {
-    FILE *file = fopen(kPidFile, "w");
-    if (file == nullptr) {
+    const File file(fopen(kPidFile, "w"));
+    if (file == nullptr)
         perror("Can not open PID file.");
-        return;
-    }
-    fprintf(file, "%d", static_cast<int>(getpid()));
-    fclose(file);
+    else
+        fprintf(file.get(), "%d", static_cast<int>(getpid()));
 }
 
 timespec addSeconds(timespec moment, long seconds) {
@@ -79,7 +78,7 @@ void waitForNextPass() {
 
 void runPass() {
     // Before the pass's own update: the report holds what was finished up to the previous pass.
-    if (got_sigusr1 != 0) {
+    if (got_sigusr1 != 0 && !terminationRequested()) {
         generateTudJson();
         sendTUDReport2Cloud();
     }
