@@ -14,7 +14,6 @@
 namespace {
 
 constexpr int kMostUsers = IDPFW_USER_SLOTS - 1;
-constexpr const char *kReportFile = "/tmp/aws_json_dir/aws_traffic_usage_details.json";
 
 // Deliberately leaves the last byte alone: the callers hand in zeroed storage.
 void copy_unterminated(char *destination, int size, const char *source) {
@@ -102,7 +101,7 @@ char *get_hwRevision(char *out) {
     };
     const char *label = "";
     for (const auto &revision : kRevisions) {
-        if (kelpNvramConfig_match("hw_rev", revision.board) != 0) {
+        if (kelpNvramConfig_match("hw_rev", revision.board) == 1) {
             label = revision.label;
             break;
         }
@@ -111,9 +110,10 @@ char *get_hwRevision(char *out) {
 }
 
 int ra_need_update_traffic_usage_details(void) {
-    if (kelpNvramConfig_match("enable_trafficUsageDetails", "1") == 0) {
-        unlink(kReportFile);
+    if (kelpNvramConfig_match("enable_trafficUsageDetails", "1") != 1) {
+        unlink(TRAFFIC_USAGE_REPORT_FILE);
         return 0;
     }
-    return kelpNvramConfig_match("sku_name", "NA") != 0 && access(kReportFile, F_OK) == 0 ? 1 : 0;
+    const bool applies = kelpNvramConfig_match("sku_name", "NA") == 1;
+    return applies && access(TRAFFIC_USAGE_REPORT_FILE, F_OK) == 0 ? 1 : 0;
 }

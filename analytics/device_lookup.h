@@ -11,6 +11,9 @@
 extern "C" {
 #endif
 
+/* The traffic usage report that the traffic usage daemon leaves for the uploader. */
+#define TRAFFIC_USAGE_REPORT_FILE "/tmp/aws_json_dir/aws_traffic_usage_details.json"
+
 /* The identity of one client. */
 struct QosDetail {
     uint32_t dev_id;

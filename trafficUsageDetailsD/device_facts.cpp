@@ -13,23 +13,17 @@ namespace {
 
 constexpr int kTries = 3;
 constexpr int kFieldSize = 64;
-constexpr int kCommandSize = 64;
 
 struct Fact {
+    const char *name;
     const char *command; // leaves its answer in file
     const char *file;
-    const char *found;   // format of the log line
-    const char *failed;  // format of the printed line
-    const char *missing; // printed after the last try
 };
 
-constexpr Fact kFirmwareVersion = {"version > /tmp/version", "/tmp/version",
-                                   "current firmware version=[", "Get firmware version fail[",
-                                   "ERROR: firmware version is NULL"};
+constexpr Fact kFirmwareVersion = {"firmware version", "version > /tmp/version", "/tmp/version"};
 // Deliberate: the serial number comes from what the command writes to its standard error.
-constexpr Fact kSerialNumber = {"burnsn 2>/tmp/serial_num.txt", "/tmp/serial_num.txt",
-                                "current serial number=[", "Get serial number fail[",
-                                "ERROR: serial number is NULL"};
+constexpr Fact kSerialNumber = {"serial number", "burnsn 2>/tmp/serial_num.txt",
+                                "/tmp/serial_num.txt"};
 
 // The second "/"-separated field of the file's second line.
 bool readField(const char *path, char *text) {
@@ -54,13 +48,13 @@ int collect(const Fact &fact, char *text) {
         const bool found = readField(fact.file, text);
         unlink(fact.file);
         if (found) {
-            tud_dbg("%s%s]\n", fact.found, text);
+            tud_dbg("current %s=[%s]\n", fact.name, text);
             return 0;
         }
-        printf("%s%s]\n", fact.failed, text);
+        printf("Get %s fail[%s]\n", fact.name, text);
         sleep(1);
     }
-    printf("%s", fact.missing);
+    printf("ERROR: %s is NULL", fact.name);
     return 1;
 }
 

@@ -15,7 +15,7 @@ const char *DeviceTypes::lookUp(std::int32_t vendorId, std::int32_t typeId) {
     }
     const dev_os *device = search_dev_os(&database_, static_cast<unsigned int>(vendorId), 0, 0,
                                          static_cast<unsigned int>(typeId), 0, 0);
-    return device == nullptr || device->type_name == nullptr ? "unknown" : device->type_name;
+    return device == nullptr ? "unknown" : device->type_name;
 }
 
 const char *DeviceTypes::name(std::int32_t vendorId, std::int32_t typeId) {

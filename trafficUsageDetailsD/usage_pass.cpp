@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <ctime>
+#include <endian.h>
 
 namespace {
 
@@ -84,7 +85,7 @@ class Names {
         }
         const app_cat *category = categories_[row.cat_id];
         copyName(candidate.appType, category == nullptr ? nullptr : category->cat_name);
-        copyName(candidate.appName, applicationName(row.cat_id, row.app_id));
+        copyName(candidate.appName, applicationName(row.cat_id, le16toh(row.app_id)));
     }
 
   private:
@@ -195,11 +196,11 @@ TrafficUsageDEntry candidateOf(const devid_user_entry &user, const devid_app_rat
                                std::uint32_t now) {
     TrafficUsageDEntry candidate{};
     memcpy(candidate.macAddress, user.mac, sizeof candidate.macAddress);
-    candidate.vendorId = user.os.detail.vendor_id;
-    candidate.typeId = user.os.detail.type_id;
-    candidate.current_uploadBandwidth = static_cast<double>(row.up_accl_byte);
-    candidate.current_downloadBandwidth = static_cast<double>(row.down_accl_byte);
-    candidate.trafficStartTime = row.last_elapsed_ts;
+    candidate.vendorId = le16toh(user.os.detail.vendor_id);
+    candidate.typeId = le16toh(user.os.detail.type_id);
+    candidate.current_uploadBandwidth = static_cast<double>(le64toh(row.up_accl_byte));
+    candidate.current_downloadBandwidth = static_cast<double>(le64toh(row.down_accl_byte));
+    candidate.trafficStartTime = le32toh(row.last_elapsed_ts);
     candidate.lastSeenTime = now;
     return candidate;
 }

@@ -1,5 +1,6 @@
 #include "trafficUsageDetailsD/usage_report.h"
 
+#include "analytics/device_lookup.h"
 #include "analytics/report_file.h"
 #include "common/command.h"
 #include "common/file.h"
@@ -107,7 +108,7 @@ int dumpEntryToJson() {
     const PrintedText printed(cJSON_Print(document.get()));
     document.reset();
     const char *text = printed == nullptr ? "" : printed.get();
-    ra_output_json_to_file(text, kReportFile);
+    ra_output_json_to_file(text, TRAFFIC_USAGE_REPORT_FILE);
     tud_dbg("%s", kBanner);
     tud_dbg("%s\n", text);
     tud_dbg("%s", kBanner);
@@ -122,7 +123,7 @@ int generateTudJson() {
 }
 
 int sendTUDReport2Cloud() {
-    run_command(64, "killall -SIGUSR2 aws_json");
+    run_shell("killall -SIGUSR2 aws_json");
     return 0;
 }
 

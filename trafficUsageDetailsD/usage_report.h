@@ -5,12 +5,10 @@
 
 #include <cjson/cJSON.h>
 
-constexpr const char *kReportFile = "/tmp/aws_json_dir/aws_traffic_usage_details.json";
-
 // Makes the report, which empties the record buffer, and clears got_sigusr1. Always 0.
 int generateTudJson();
 
-// Builds, writes and releases the document. Always 0.
+// Builds, writes (to TRAFFIC_USAGE_REPORT_FILE) and releases the document. Always 0.
 int dumpEntryToJson();
 
 // The document, or null when there was no memory for it. Each record that enters it leaves the
@@ -27,10 +25,12 @@ int sendTUDReport2Cloud();
 // record is then cleared), else empty. 0, or -1 without a record or memory.
 int dumpAEntryToJson(TrafficInfo *record);
 
-// Local time now: date is year, month (1 to 12), day; clock is hour, minute, second. Always 0.
+// Local time now: date is year, month (1 to 12), day; clock is hour, minute, second. 0, or -1 when
+// one is missing.
 int get_timestamp(int *date, int *clock);
 
 // Ask the router's own commands for the firmware version and the serial number; text has room for
-// at least 64 bytes. 0, or 1 after three failed tries, a second apart, with text empty.
+// at least 64 bytes. 0, or 1 after three failed tries, a second apart, with text empty; 1 at once
+// without text.
 int collect_dev_fw_ver(char *text);
 int collect_dev_sn(char *text);
