@@ -251,6 +251,18 @@ TEST_F(EndToEnd, ReportsByItselfAtThe295thPeriodAndLosesThatOne) {
     EXPECT_THAT(slurp(kReport), HasSubstr("\"numOfTrafficRecrod\":\t1,"));
 }
 
+TEST_F(EndToEnd, ATerminationDuringAPassEndsItWithNothingFurtherReported) {
+    // The 295th period asks for the report, which asks for the end: the 590th finds the buffer full
+    // again in the same pass.
+    rig::fakeCommand("killall", std::string("kill $(cat ") + kPidFile + ")");
+    playScenario(quietDevice(600));
+    startForGood();
+    EXPECT_EQ(exitStatus(daemon), 0);
+    daemon = -1;
+    EXPECT_EQ(rig::recordedCommands().size(), 1u);
+    EXPECT_FALSE(rig::fileExists(kPidFile));
+}
+
 TEST_F(EndToEnd, CarriesOnWithoutAnEngineAPidFileAndAReportDirectory) {
     std::filesystem::remove_all("/tmp/aws_json_dir");
     std::filesystem::create_symlink("/no/such/folder/pid", kPidFile);

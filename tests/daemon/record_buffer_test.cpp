@@ -1,21 +1,19 @@
 #include "trafficUsageDetailsD/record_buffer.h"
 
+#include "analytics/device_lookup.h"
 #include "common/text.h"
 #include "support/fixture.h"
-#include "trafficUsageDetailsD/monitor.h"
-#include "trafficUsageDetailsD/usage_report.h"
 
 #include <cstring>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 namespace {
 
 TrafficInfo record(std::uint32_t start, const char *application = "Video") {
     TrafficInfo result{};
-    result.macAddress[5] = 1;
+    result.macAddress[0] = 0xAB;
     copy_text(result.appType, "Media");
     copy_text(result.appName, application);
     result.trafficStartTime = start;
@@ -26,18 +24,30 @@ TrafficInfo record(std::uint32_t start, const char *application = "Video") {
     return result;
 }
 
-void fillBuffer() {
-    for (int i = 0; i < MAX_ENTRY; ++i) {
-        const TrafficInfo r = record(100 + i);
-        saveTrafficInfo2Buf(&r);
-    }
+void save(const TrafficInfo &record) {
+    saveTrafficInfo2Buf(&record);
 }
 
-int occupied() {
-    int count = 0;
-    for (const TrafficInfo &slot : trafficBuffer)
-        count += slot.trafficStartTime != 0;
-    return count;
+void fillBuffer() {
+    for (int i = 0; i < MAX_ENTRY; ++i)
+        save(record(100 + i));
+}
+
+std::string text(const TrafficInfo &record) {
+    char line[200];
+    snprintf(line, sizeof line, "%s %u-%u %us up %.0f down %.0f", record.appName,
+             record.trafficStartTime, record.trafficEndTime, record.duration,
+             record.uploadBandwidth, record.downloadBandwidth);
+    return line;
+}
+
+std::vector<std::string> occupied() {
+    std::vector<std::string> slots;
+    for (const TrafficInfo &slot : trafficBuffer) {
+        if (slot.trafficStartTime != 0)
+            slots.push_back(text(slot));
+    }
+    return slots;
 }
 
 } // namespace
@@ -71,64 +81,46 @@ TEST_F(RecordBuffer, TakesInactiveEntriesThatHoldTrafficAndNoOthers) {
     addEntry(0, 0, 0);
     addEntry(0, -5, 0);
     TrafficUsageDEntry *upload = addEntry(0, 0, 7);
-    TrafficUsageDEntry *download = addEntry(0, 8, 0);
+    addEntry(0, 8, 0);
     updateTrafficBuffer();
-    ASSERT_EQ(occupied(), 2);
-    EXPECT_EQ(trafficBuffer[0].uploadBandwidth, 7);
-    EXPECT_EQ(trafficBuffer[1].downloadBandwidth, 8);
-    EXPECT_EQ(trafficBuffer[0].trafficStartTime, 50u);
-    EXPECT_EQ(trafficBuffer[0].trafficEndTime, 90u);
-    EXPECT_EQ(trafficBuffer[0].duration, 40u);
+    updateTrafficBuffer(); // once recorded, never again
+    EXPECT_THAT(occupied(),
+                ElementsAre("Video 50-90 40s up 7 down 0", "Video 50-90 40s up 0 down 8"));
     EXPECT_EQ(upload->accu_uploadBandWidth, 0);
     EXPECT_EQ(upload->current_uploadBandwidth, 7); // later growth is measured from here
-    EXPECT_EQ(download->active, 0);
-    updateTrafficBuffer(); // once recorded, never again
-    EXPECT_EQ(occupied(), 2);
 }
 
 TEST_F(RecordBuffer, ReusesFreedSlotsLowestFirstAndNeverMerges) {
-    const TrafficInfo r = record(100);
-    for (int i = 0; i < 4; ++i)
-        saveTrafficInfo2Buf(&r);
+    for (int i = 0; i < 3; ++i)
+        save(record(100));
     resetTrafficInfoEntry(&trafficBuffer[2]);
     resetTrafficInfoEntry(&trafficBuffer[1]);
-    const TrafficInfo later = record(500);
-    saveTrafficInfo2Buf(&later);
+    save(record(500));
+    EXPECT_EQ(occupied().size(), 2u);
     EXPECT_EQ(trafficBuffer[1].trafficStartTime, 500u);
-    EXPECT_EQ(occupied(), 3);
 }
 
 TEST_F(RecordBuffer, TheRecordThatFindsItFullIsLostAndTheNextFindsItEmpty) {
     fillBuffer();
-    ASSERT_EQ(occupied(), MAX_ENTRY);
+    EXPECT_EQ(findFreeTrafficInfo(), nullptr);
     addEntry(0, 1, 1);
     addEntry(0, 2, 2);
     updateTrafficBuffer();
-    EXPECT_EQ(occupied(), 1);
-    EXPECT_EQ(trafficBuffer[0].downloadBandwidth, 2);
-    EXPECT_THAT(rig::readFile(kReportFile), HasSubstr("\"numOfTrafficRecrod\":\t294"));
+    EXPECT_THAT(occupied(), ElementsAre("Video 50-90 40s up 2 down 2"));
+    EXPECT_THAT(rig::readFile(TRAFFIC_USAGE_REPORT_FILE),
+                HasSubstr("\"numOfTrafficRecrod\":\t294"));
     EXPECT_THAT(rig::recordedCommands(), ElementsAre("killall -SIGUSR2 aws_json"));
 }
 
-TEST_F(RecordBuffer, APeriodThatBeganAtZeroIsOverwrittenWhole) {
-    TrafficInfo zero = record(0);
-    zero.trafficEndTime = 77;
-    saveTrafficInfo2Buf(&zero);
-    EXPECT_EQ(trafficBuffer[0].trafficEndTime, 77u);
-    EXPECT_EQ(occupied(), 0);
-    const TrafficInfo next = record(200);
-    saveTrafficInfo2Buf(&next);
-    EXPECT_EQ(trafficBuffer[0].trafficStartTime, 200u);
-    EXPECT_EQ(trafficBuffer[0].trafficEndTime, 210u);
-}
-
-TEST_F(RecordBuffer, ASlotInUseKeepsItsStartAndItsEnd) {
-    TrafficInfo slot = record(100);
+TEST_F(RecordBuffer, OnlyASlotWhosePeriodBeganAtZeroIsOverwrittenWhole) {
+    save(record(0));
+    EXPECT_THAT(occupied(), ElementsAre());
+    EXPECT_EQ(trafficBuffer[0].trafficEndTime, 10u);
+    save(record(200));
+    EXPECT_THAT(occupied(), ElementsAre("Video 200-210 10s up 3 down 4"));
     const TrafficInfo later = record(300, "Music");
-    EXPECT_EQ(updateTrafficInfo(&later, &slot), 0);
-    EXPECT_EQ(slot.trafficStartTime, 100u);
-    EXPECT_EQ(slot.trafficEndTime, 110u);
-    EXPECT_STREQ(slot.appName, "Music");
+    updateTrafficInfo(&later, &trafficBuffer[0]); // one in use keeps its start and its end
+    EXPECT_THAT(occupied(), ElementsAre("Music 200-210 10s up 3 down 4"));
 }
 
 TEST_F(RecordBuffer, MissingArgumentsCountAsNo) {
@@ -136,19 +128,17 @@ TEST_F(RecordBuffer, MissingArgumentsCountAsNo) {
     rig::setSetting("tud_dbg", "1");
     EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(updateTrafficInfo(nullptr, &r), -1); }),
               "ERRER both in and t is NULL \n");
-    EXPECT_EQ(saveTrafficInfo2Buf(nullptr), -1);
-    EXPECT_EQ(convertTrafficUsageD2TrafficBuf(nullptr, &r), -1);
-    EXPECT_EQ(resetTrafficInfoEntry(nullptr), -1);
-    EXPECT_EQ(isFreeTrafficInfoEntry(nullptr), 0);
-    EXPECT_EQ(isSameTrafficInfoEntry(&r, nullptr), 0);
     EXPECT_EQ(findTrafficInfo(nullptr), nullptr);
-    EXPECT_EQ(isTimoutTrafficInfo(nullptr), -1);
-    EXPECT_EQ(finalizeTrafficInfo(nullptr), 1);
-    EXPECT_EQ(isNoTrafficIncrease(nullptr, &r), 1);
-    EXPECT_EQ(isTrafficIdle(nullptr, nullptr), 0);
-    EXPECT_EQ(isTrafficInactive(nullptr), 0);
-    EXPECT_EQ(hasCurrentTraffic(nullptr), 0);
-    EXPECT_EQ(occupied(), 0);
+    EXPECT_THAT(
+        (std::vector{saveTrafficInfo2Buf(nullptr), resetTrafficInfoEntry(nullptr),
+                     convertTrafficUsageD2TrafficBuf(nullptr, &r), isTimoutTrafficInfo(nullptr)}),
+        testing::Each(-1));
+    EXPECT_THAT((std::vector{finalizeTrafficInfo(nullptr), isNoTrafficIncrease(nullptr, &r)}),
+                testing::Each(1));
+    EXPECT_THAT((std::vector{isFreeTrafficInfoEntry(nullptr), isSameTrafficInfoEntry(&r, nullptr),
+                             isTrafficIdle(nullptr, nullptr), isTrafficInactive(nullptr),
+                             hasCurrentTraffic(nullptr)}),
+                testing::Each(0));
 }
 
 TEST_F(RecordBuffer, FindsTheFirstSlotOfTheSameDeviceTypeAndNames) {
@@ -159,36 +149,29 @@ TEST_F(RecordBuffer, FindsTheFirstSlotOfTheSameDeviceTypeAndNames) {
     EXPECT_EQ(findTrafficInfo(&other), nullptr);
     trafficBuffer[293].typeId = 3;
     EXPECT_EQ(findTrafficInfo(&other), &trafficBuffer[293]);
-    EXPECT_EQ(findFreeTrafficInfo(), nullptr);
 }
 
 TEST_F(RecordBuffer, FinalizingMovesTheEndByAtMostTheIdleTimeOut) {
-    struct {
-        std::uint32_t now, end, duration;
-    } const rows[] = {
-        {310, 310, 210}, // the time-out is 20 passes of 10 seconds
-        {311, 310, 210},
-        {200, 200, 100},
-        {105, 105, 5}, // the clock went back
+    const std::pair<std::time_t, const char *> rows[] = {
+        {310, "Video 100-310 210s up 3 down 4"}, // the time-out is 20 passes of 10 seconds
+        {311, "Video 100-310 210s up 3 down 4"},
+        {105, "Video 100-105 5s up 3 down 4"}, // the clock went back
     };
     rig::setSetting("tud_max_idle_time", "20");
-    for (const auto &row : rows) {
+    for (const auto &[now, finalized] : rows) {
         TrafficInfo r = record(100);
-        rig::setTime(row.now);
+        rig::setTime(now);
         EXPECT_EQ(finalizeTrafficInfo(&r), 1); // still open
         r.flags = 1;
         EXPECT_EQ(finalizeTrafficInfo(&r), 0);
-        EXPECT_EQ(r.trafficEndTime, row.end);
-        EXPECT_EQ(r.duration, row.duration);
+        EXPECT_EQ(text(r), finalized);
         EXPECT_EQ(r.flags, 2u);
     }
 }
 
 TEST_F(RecordBuffer, TheDumpListsOccupiedSlotsOnly) {
-    TrafficInfo r = record(100, "50%% off%s");
-    r.macAddress[0] = 0xAB;
-    r.typeId = -1;
-    trafficBuffer[5] = r;
+    trafficBuffer[5] = record(100, "50%% off%s");
+    trafficBuffer[5].typeId = -1;
     rig::setSetting("tud_dbg", "1");
     const std::string stars = std::string(80, '*') + "\n";
     EXPECT_EQ(
@@ -196,7 +179,7 @@ TEST_F(RecordBuffer, TheDumpListsOccupiedSlotsOnly) {
         stars +
             "*************************Dump memory buffer start*******************************\n" +
             stars +
-            "\tflags=0x0\n\tmacAddress=ab:00:00:00:00:01\n\typeId:-1\n\tappType=Media\n"
+            "\tflags=0x0\n\tmacAddress=ab:00:00:00:00:00\n\typeId:-1\n\tappType=Media\n"
             "\tappName=50% off\n\ttrafficStartTime=100\n\ttrafficEndTime=110\n\tduration=10\n"
             "\tuploadBandWidth=3\n\tdownloadBandWidth=4\n\n" +
             stars +

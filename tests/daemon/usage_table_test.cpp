@@ -2,8 +2,12 @@
 
 #include "common/text.h"
 #include "support/fixture.h"
+#include "table_text.h"
 
-#include <limits>
+#include <climits>
+
+using rig::tableLines;
+using testing::ElementsAre;
 
 namespace {
 
@@ -23,14 +27,6 @@ TrafficUsageDEntry *first() {
     return LIST_RECORD(trafficUsageD_table.next, TrafficUsageDEntry, list);
 }
 
-int length() {
-    int count = 0;
-    for (list_head *link = trafficUsageD_table.next; link != &trafficUsageD_table;
-         link = link->next)
-        ++count;
-    return count;
-}
-
 } // namespace
 
 class UsageTable : public rig::Fixture {
@@ -44,37 +40,39 @@ class UsageTable : public rig::Fixture {
     static void fold(TrafficUsageDEntry c) { updateTrafficInfo2TrafficUsageDTable(&c); }
 };
 
-TEST_F(UsageTable, ANewEntryIsCreditedWithAllThatTheEngineCounted) {
+TEST_F(UsageTable, AnEntryClosesWithThe31stUnchangedPassAndOpensAgainWithTheNextGrowth) {
+    const auto expectOnly = [](const std::string &state) {
+        EXPECT_THAT(tableLines(), ElementsAre("1 Media/Video " + state + " seen 1000 ids 0/0"));
+    };
     fold(candidate(70, 30));
-    EXPECT_EQ(first()->accu_downloadBandWidth, 70);
-    EXPECT_EQ(first()->accu_uploadBandWidth, 30);
-    EXPECT_EQ(first()->current_downloadBandwidth, 70);
-    EXPECT_EQ(first()->trafficStartTime, 500u);
-    EXPECT_EQ(first()->trafficEndTime, 0u);
-    EXPECT_EQ(first()->active, 1);
-    EXPECT_EQ(first()->lastSeenTime, 1000u);
+    expectOnly("down 70 of 70 up 30 of 30 500-0 0s active 1 idle 0"); // all that was counted so far
+    fold(candidate(70, 30));
+    fold(candidate(71, 30));
+    expectOnly("down 71 of 71 up 30 of 30 500-0 0s active 1 idle 0");
+    for (int pass = 1; pass <= 30; ++pass)
+        fold(candidate(71, 30));
+    expectOnly("down 71 of 71 up 30 of 30 500-0 0s active 1 idle 30");
+    rig::setTime(1310);
+    fold(candidate(71, 30));
+    rig::setTime(1400);
+    fold(candidate(71, 30)); // idle passes of an inactive entry move nothing
+    expectOnly("down 71 of 71 up 30 of 30 500-1310 810s active 0 idle 31");
+    fold(candidate(72, 30));
+    expectOnly("down 72 of 72 up 30 of 30 1400-0 0s active 1 idle 0");
 }
 
 TEST_F(UsageTable, GrowthIsAddedAsItIsEvenBackwards) {
-    struct {
-        double down, up, accumulatedDown, accumulatedUp;
-    } const rows[] = {
-        {150, 30, 150, 30}, // one side alone grows
-        {150, 31, 150, 31},
-        {10, 5, 10, 5},         // the engine was reset: negative growth is kept
-        {1.8e19, 5, 1.8e19, 5}, // the largest counters
-    };
     fold(candidate(100, 30));
-    for (const auto &row : rows) {
-        fold(candidate(row.down, row.up));
-        EXPECT_EQ(first()->accu_downloadBandWidth, row.accumulatedDown);
-        EXPECT_EQ(first()->accu_uploadBandWidth, row.accumulatedUp);
-        EXPECT_EQ(first()->current_downloadBandwidth, row.down);
-    }
-    EXPECT_EQ(length(), 1);
+    first()->accu_downloadBandWidth = 0;
+    fold(candidate(100, 31)); // one side alone
+    fold(candidate(10, 5));   // the engine was reset
+    EXPECT_EQ(first()->accu_downloadBandWidth, -90);
+    EXPECT_EQ(first()->accu_uploadBandWidth, 5);
+    fold(candidate(1.8e19, 5)); // the largest counters
+    EXPECT_EQ(first()->current_downloadBandwidth, 1.8e19);
 }
 
-TEST_F(UsageTable, IdentityIsMacAndBothNamesButNeitherVendorNorType) {
+TEST_F(UsageTable, IdentityIsMacAndBothNamesAndFoldingTakesTheTypeButNotTheVendor) {
     const TrafficUsageDEntry base = candidate(1, 1);
     const auto same = [&](auto change) {
         TrafficUsageDEntry other = base;
@@ -85,119 +83,72 @@ TEST_F(UsageTable, IdentityIsMacAndBothNamesButNeitherVendorNorType) {
     EXPECT_EQ(same([](auto &e) { e.macAddress[0] = 9; }), 0);
     EXPECT_EQ(same([](auto &e) { e.appName[0] = 'v'; }), 0);
     EXPECT_EQ(same([](auto &e) { e.appType[0] = 'm'; }), 0);
-    EXPECT_EQ(isSameTrafficUsageDEntry(&base, nullptr), 0);
-    EXPECT_EQ(isSameTrafficUsageDEntry(nullptr, &base), 0);
-}
 
-TEST_F(UsageTable, FoldingTakesTheTypeButNotTheVendor) {
-    fold(candidate(1, 1));
-    TrafficUsageDEntry c = candidate(1, 1);
-    c.typeId = 7;
-    c.vendorId = 8;
-    c.lastSeenTime = 1010;
-    fold(c);
-    EXPECT_EQ(first()->typeId, 7);
-    EXPECT_EQ(first()->vendorId, 0);
-    EXPECT_EQ(first()->lastSeenTime, 1010u);
-}
-
-TEST_F(UsageTable, TheThirtyFirstUnchangedPassMakesAnEntryInactive) {
-    fold(candidate(1, 1));
-    for (int pass = 1; pass <= 30; ++pass)
-        fold(candidate(1, 1));
-    EXPECT_EQ(first()->active, 1);
-    EXPECT_EQ(first()->idleTimes, 30u);
-    rig::setTime(1310);
-    fold(candidate(1, 1));
-    EXPECT_EQ(first()->active, 0);
-    EXPECT_EQ(first()->trafficEndTime, 1310u);
-    EXPECT_EQ(first()->duration, 810u);
-
-    rig::setTime(1400); // idle passes of an inactive entry move nothing
-    fold(candidate(1, 1));
-    EXPECT_EQ(first()->trafficEndTime, 1310u);
-    EXPECT_EQ(first()->idleTimes, 31u);
-
-    fold(candidate(2, 1)); // growth re-activates it, its counters are kept
-    EXPECT_EQ(first()->active, 1);
-    EXPECT_EQ(first()->trafficStartTime, 1400u);
-    EXPECT_EQ(first()->trafficEndTime, 0u);
-    EXPECT_EQ(first()->duration, 0u);
-    EXPECT_EQ(first()->idleTimes, 0u);
-    EXPECT_EQ(first()->accu_downloadBandWidth, 2);
-}
-
-TEST_F(UsageTable, GrowthStartsTheIdleCountAgain) {
-    fold(candidate(1, 1));
-    fold(candidate(1, 1));
-    fold(candidate(2, 1));
-    EXPECT_EQ(first()->idleTimes, 0u);
+    fold(base);
+    TrafficUsageDEntry other = base;
+    other.vendorId = 8;
+    other.typeId = 7;
+    other.lastSeenTime = 1010;
+    fold(other);
+    EXPECT_THAT(tableLines(), ElementsAre("1 Media/Video down 1 of 1 up 1 of 1 500-0 0s active 1 "
+                                          "idle 1 seen 1010 ids 0/7"));
 }
 
 TEST_F(UsageTable, TheIdleLimitIsThirtyUnlessTheSettingIsAtLeastOne) {
-    struct {
-        const char *setting;
-        int passes;
-    } const rows[] = {{"", 30},
-                      {"0", 30},
-                      {"-5", 30},
-                      {"abc", 30},
-                      {"1", 1},
-                      {"7x", 7},
-                      {"99999999999", std::numeric_limits<int>::max()}};
-    for (const auto &row : rows) {
-        rig::setSetting("tud_max_idle_time", row.setting);
-        EXPECT_EQ(getTUDMaxIdleTime(), row.passes) << row.setting;
+    const std::pair<const char *, int> rows[] = {
+        {"", 30}, {"0", 30}, {"-5", 30}, {"abc", 30}, {"1", 1}, {"7x", 7}, {"99999999999", INT_MAX},
+    };
+    for (const auto &[setting, passes] : rows) {
+        rig::setSetting("tud_max_idle_time", setting);
+        EXPECT_EQ(getTUDMaxIdleTime(), passes) << setting;
     }
 }
 
 TEST_F(UsageTable, RetiringClosesWhatHoldsTrafficAndDropsTheRest) {
-    fold(candidate(5, 0, "upload only is none"));
-    fold(candidate(0, 0, "nothing"));
-    fold(candidate(9, 9, "seen"));
-    auto *seen = LIST_RECORD(trafficUsageD_table.prev, TrafficUsageDEntry, list);
-    seen->lastSeenTime = 1010;
-    rig::setTime(1010);
-    removeUntrackedTrafficUsageDEntry(1010);
-    EXPECT_EQ(length(), 2);
-    EXPECT_EQ(first()->active, 0);
-    EXPECT_EQ(first()->trafficEndTime, 1010u);
-    EXPECT_EQ(seen->active, 1);
-
-    rig::setTime(1020); // the end moves on in each pass until the record is made
-    removeUntrackedTrafficUsageDEntry(1010);
-    EXPECT_EQ(first()->trafficEndTime, 1020u);
-    first()->accu_downloadBandWidth = -3; // only what is above zero counts as traffic
-    removeUntrackedTrafficUsageDEntry(1010);
-    EXPECT_EQ(length(), 1);
-    EXPECT_EQ(first(), seen);
-}
-
-TEST_F(UsageTable, RetiringLogsHowManyEntriesItVisited) {
-    rig::setSetting("tud_dbg", "1");
-    const auto logged = [] {
+    const auto retire = [](std::time_t now) {
+        rig::setTime(now);
         return rig::standardOutput([] { removeUntrackedTrafficUsageDEntry(1010); });
     };
-    EXPECT_EQ(logged(), "removeUntrackedTrafficUsageDEntry 1368 count: 0\n");
-    addNewEntry2TrafficUsageDTable(nullptr);
-    const TrafficUsageDEntry c = candidate(0, 0);
-    addNewEntry2TrafficUsageDTable(&c);
-    EXPECT_EQ(logged(), "removeUntrackedTrafficUsageDEntry 1368 count: 1\n");
+    fold(candidate(5, 0, "A"));
+    fold(candidate(0, 0, "B"));
+    fold(candidate(0, 9, "C"));
+    TrafficUsageDEntry seen = candidate(9, 9, "D");
+    seen.lastSeenTime = 1010;
+    fold(seen);
+    rig::setSetting("tud_dbg", "1");
+    EXPECT_EQ(retire(1010), "removeUntrackedTrafficUsageDEntry 1368 count: 4\n");
+    EXPECT_EQ(first()->trafficEndTime, 1010u);
+    retire(1020); // the end moves on in each pass until the record is made
+    EXPECT_THAT(
+        tableLines(),
+        ElementsAre(
+            "1 Media/A down 5 of 5 up 0 of 0 500-1020 520s active 0 idle 0 seen 1000 ids 0/0",
+            "1 Media/C down 0 of 0 up 9 of 9 500-1020 520s active 0 idle 0 seen 1000 ids 0/0",
+            "1 Media/D down 9 of 9 up 9 of 9 500-0 0s active 1 idle 0 seen 1010 ids 0/0"));
+    first()->accu_downloadBandWidth = -3; // only what is above zero counts as traffic
+    retire(1030);
+    EXPECT_THAT(rig::tableNames(), ElementsAre("1 Media/C", "1 Media/D"));
+    freeTrafficUsageDTable();
+    EXPECT_EQ(retire(1040), "removeUntrackedTrafficUsageDEntry 1368 count: 0\n");
 }
 
 TEST_F(UsageTable, MissingArgumentsAreRefusedWithoutChange) {
     const TrafficUsageDEntry c = candidate(1, 1);
     TrafficUsageDEntry entry = c;
-    EXPECT_EQ(updateTrafficInfo2TrafficUsageDTable(nullptr), -1);
-    EXPECT_EQ(addNewEntry2TrafficUsageDTable(nullptr), -1);
-    EXPECT_EQ(setActiveTrafficUsageDEntry(nullptr, 1), -1);
-    EXPECT_EQ(updateTrafficUsageDAccuData(&entry, nullptr), -1);
-    EXPECT_EQ(updateTrafficUsageDAccuData(nullptr, &c), -1);
-    EXPECT_EQ(handleIdleTrafficUsageDEntry(nullptr), -1);
-    EXPECT_EQ(updateTrafficUsageDDeviceID(&entry, nullptr), -1);
-    EXPECT_EQ(touchExistTrafficUsageDEntry(nullptr, &c), -1);
+    EXPECT_THAT((std::vector{
+                    updateTrafficInfo2TrafficUsageDTable(nullptr),
+                    addNewEntry2TrafficUsageDTable(nullptr),
+                    setActiveTrafficUsageDEntry(nullptr, 1),
+                    updateTrafficUsageDAccuData(&entry, nullptr),
+                    updateTrafficUsageDAccuData(nullptr, &c),
+                    handleIdleTrafficUsageDEntry(nullptr),
+                    updateTrafficUsageDDeviceID(&entry, nullptr),
+                    touchExistTrafficUsageDEntry(nullptr, &c),
+                }),
+                testing::Each(-1));
+    EXPECT_EQ(isSameTrafficUsageDEntry(&c, nullptr), 0);
     EXPECT_EQ(searchTrafficUsageDTable(nullptr), nullptr);
-    EXPECT_EQ(length(), 0);
+    EXPECT_THAT(tableLines(), ElementsAre());
 }
 
 TEST_F(UsageTable, TheDumpListsEveryEntryWithItsDeviceType) {
@@ -207,20 +158,20 @@ TEST_F(UsageTable, TheDumpListsEveryEntryWithItsDeviceType) {
     c.vendorId = 3;
     c.typeId = 4;
     addNewEntry2TrafficUsageDTable(&c);
-    const std::string stars(80, '*');
-    const std::string rule(28, '=');
+    const std::string stars = std::string(80, '*') + "\n";
+    const std::string rule = std::string(28, '=') + "\n";
     rig::setSetting("tud_dbg", "1");
     EXPECT_EQ(
         rig::standardOutput([] { dumpTrafficUsageDTable(); }),
-        stars + "\n" +
+        stars +
             "*************************Dump trafficUsageD table start*************************\n" +
-            stars + "\n" + rule +
-            "\nappType: Media\nappName: 100% Live\nDeviceType: Game console\n"
+            stars + rule +
+            "appType: Media\nappName: 100% Live\nDeviceType: Game console\n"
             "trafficStartTime: 500\ntrafficEndTime: 0\n"
             "current_uploadBandwidth: 30\naccu_uploadBandWidth: 30\n"
             "current_downloadBandwidth: 70\naccu_downloadBandWidth: 70\n"
             "duration: 0\nidleTimes: 0\nactive: 1\n" +
-            rule + "\n" + stars + "\n" +
+            rule + stars +
             "*************************Dump trafficUsageD table end***************************\n" +
-            stars + "\n");
+            stars);
 }
