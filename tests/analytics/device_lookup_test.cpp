@@ -1,121 +1,73 @@
 #include "analytics/device_lookup.h"
 
-#include "dpi/usr_ioctl.h"
+#include "support/engine_fake.h"
 #include "support/fixture.h"
 
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 
 namespace {
 
-constexpr const char *kReportFile = "/tmp/aws_json_dir/aws_traffic_usage_details.json";
-
 class DeviceLookup : public rig::Fixture {
   protected:
     void SetUp() override {
         Fixture::SetUp();
-        if (IsSkipped())
-            return;
         rig::writeFile("/tmp/trend/bwdpi.devdb.db",
                        R"(1,2,3,4,5,6,"Vendor","OS","Class","Phone","Model","Family")"
                        "\n"
                        R"(1,2,3,4,7,6,"Vendor","OS","Class","Phone","Other","Family")"
                        "\n");
-        rig::writeFile("/dev/idpfw", "");
-        rig::onIoctl([this](int, unsigned long, void *argument) {
-            if (refuses) {
-                errno = EPERM;
-                return -1;
-            }
-            const auto *header = static_cast<forward_ioctl *>(argument);
-            memcpy(header->out, users, sizeof users);
-            *header->out_used_len = sizeof users;
-            return 0;
-        });
+        engine.plugIn();
     }
 
-    void addUser(int slot, unsigned char lastOctet, uint16_t vendor, uint16_t type, uint16_t dev) {
-        users[slot].mac[5] = lastOctet;
-        users[slot].os.detail.vendor_id = vendor;
-        users[slot].os.detail.type_id = type;
-        users[slot].os.detail.dev_id = dev;
-        users[slot].available = 1;
-    }
-
-    int lookUp(unsigned char lastOctet) {
-        const unsigned char mac[6] = {0, 0, 0, 0, 0, lastOctet};
+    // What the look-up prints, and its result where that is not 0.
+    std::string lookUp(unsigned char lastOctet) {
+        const unsigned char mac[6] = {2, 0, 0, 0, 0, lastOctet};
         detail = {};
-        output = rig::standardOutput([&] { result = getQosDetailByMac(&detail, mac); });
-        return result;
+        int result = 1;
+        const std::string printed =
+            rig::standardOutput([&] { result = getQosDetailByMac(&detail, mac); });
+        return result == 0 ? printed : printed + std::to_string(result);
     }
 
-    bool refuses = false;
-    devid_user_entry users[64] = {};
+    rig::FakeEngine engine;
     QosDetail detail = {};
-    std::string output;
-    int result = 1;
 };
 
 } // namespace
 
-TEST_F(DeviceLookup, IdentifiersGiveTextsAndDifferentFallbacks) {
-    char type[64] = "";
-    char vendor[64] = "";
-    char name[64] = "";
-    EXPECT_EQ(getDeviceTypeByDeviceId(1, 4, type, sizeof type), 0);
-    EXPECT_EQ(getVendorTypeByDeviceId(1, 4, vendor, sizeof vendor), 0);
-    EXPECT_EQ(getDeviceNameByDeviceId(1, 4, 7, name, sizeof name), 0);
-    EXPECT_STREQ(type, "Phone");
-    EXPECT_STREQ(vendor, "Vendor");
-    EXPECT_STREQ(name, "Other");
-    getDeviceTypeByDeviceId(2, 4, type, sizeof type);
-    getVendorTypeByDeviceId(-1, 4, vendor, sizeof vendor);
-    getDeviceNameByDeviceId(2, 4, 5, name, sizeof name);
-    EXPECT_STREQ(type, "unknown");
-    EXPECT_STREQ(vendor, "unknown");
-    EXPECT_STREQ(name, "Unknown");
-}
-
 TEST_F(DeviceLookup, TheLastByteOfTheDestinationIsNeverWritten) {
-    char text[5] = {'x', 'x', 'x', 'x', 'x'};
-    getDeviceTypeByDeviceId(1, 4, text, 0);
-    getDeviceTypeByDeviceId(1, 4, text, -1);
-    EXPECT_EQ(std::string(text, sizeof text), "xxxxx");
+    char text[] = "xxxxx";
+    for (const int size : {0, -1}) {
+        EXPECT_EQ(getDeviceTypeByDeviceId(1, 4, text, size), 0);
+        EXPECT_STREQ(text, "xxxxx");
+    }
     getDeviceTypeByDeviceId(1, 4, text, 4);
-    EXPECT_EQ(std::string(text, sizeof text), "Phoxx");
+    EXPECT_STREQ(text, "Phoxx");
 }
 
 TEST_F(DeviceLookup, AClientsDetailComesFromItsUserRecord) {
-    addUser(0, 1, 9, 9, 9);
-    addUser(1, 2, 1, 4, 7);
-    EXPECT_EQ(lookUp(2), 0);
+    engine.addUser(1, 9, 9, 9);
+    engine.addUser(2, 1, 4, 7);
+    EXPECT_EQ(lookUp(1), "device_type: unknown, device_name: Unknown, vendor_name: unknown\n");
+    EXPECT_EQ(lookUp(2), "device_type: Phone, device_name: Other, vendor_name: Vendor\n");
     EXPECT_EQ(detail.dev_id, 7u);
     EXPECT_STREQ(detail.device_name, "Other");
     EXPECT_STREQ(detail.device_type, "Phone");
     EXPECT_STREQ(detail.vendor_name, "Vendor");
-    EXPECT_EQ(output, "device_type: Phone, device_name: Other, vendor_name: Vendor\n");
-    EXPECT_EQ(lookUp(1), 0);
-    EXPECT_EQ(output, "device_type: unknown, device_name: Unknown, vendor_name: unknown\n");
 }
 
 TEST_F(DeviceLookup, AClientThatIsNotListedLeavesTheDetailUntouched) {
+    for (int uid = 1; uid <= 64; ++uid)
+        engine.addUser(uid, 1, 4, 5);
+    EXPECT_NE(lookUp(63), "");
+    EXPECT_EQ(lookUp(64), ""); // the last slot is never looked at
     const QosDetail untouched = {};
-    for (int slot = 0; slot < 64; ++slot)
-        addUser(slot, static_cast<unsigned char>(slot + 1), 1, 4, 5);
-    EXPECT_EQ(lookUp(63), 0);
-    EXPECT_STREQ(detail.device_name, "Model");
-    for (const unsigned char absent : {64, 99}) { // the last slot is never looked at
-        EXPECT_EQ(lookUp(absent), 0);
-        EXPECT_EQ(memcmp(&detail, &untouched, sizeof detail), 0);
-        EXPECT_EQ(output, "");
-    }
-    users[0].available = 0;
-    EXPECT_EQ(lookUp(2), 0);
-    EXPECT_EQ(output, "");
-    refuses = true;
-    EXPECT_EQ(lookUp(1), -2);
-    EXPECT_EQ(output, "");
+    EXPECT_EQ(memcmp(&detail, &untouched, sizeof detail), 0);
+    engine.users[0].available = 0;
+    EXPECT_EQ(lookUp(2), "");
+    engine.refusesUsers = true;
+    EXPECT_EQ(lookUp(2), "-2");
 }
 
 TEST_F(DeviceLookup, TheHardwareRevisionHasALabel) {
@@ -134,8 +86,7 @@ TEST_F(DeviceLookup, TheHardwareRevisionHasALabel) {
 
 TEST_F(DeviceLookup, TheReportIsWantedOnlyWhereReportingAppliesAndRemovedWhenItIsOff) {
     struct {
-        const char *enabled;
-        const char *region;
+        const char *enabled, *region;
         bool exists;
         int wanted;
         bool kept;
@@ -144,12 +95,12 @@ TEST_F(DeviceLookup, TheReportIsWantedOnlyWhereReportingAppliesAndRemovedWhenItI
         {"0", "NA", true, 0, false}, {"", "NA", false, 0, false},
     };
     for (const auto &row : rows) {
-        std::filesystem::remove(kReportFile);
+        std::filesystem::remove(TRAFFIC_USAGE_REPORT_FILE);
         if (row.exists)
-            rig::writeFile(kReportFile, "{}");
+            rig::writeFile(TRAFFIC_USAGE_REPORT_FILE, "{}");
         rig::setSetting("enable_trafficUsageDetails", row.enabled);
         rig::setSetting("sku_name", row.region);
         EXPECT_EQ(ra_need_update_traffic_usage_details(), row.wanted);
-        EXPECT_EQ(rig::fileExists(kReportFile), row.kept);
+        EXPECT_EQ(rig::fileExists(TRAFFIC_USAGE_REPORT_FILE), row.kept);
     }
 }

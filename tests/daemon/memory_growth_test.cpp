@@ -1,5 +1,5 @@
 // The daemon runs for months: what its passes and reports take, they give back.
-#include "engine_fake.h"
+#include "support/engine_fake.h"
 #include "support/fixture.h"
 #include "trafficUsageDetailsD/record_buffer.h"
 #include "trafficUsageDetailsD/usage_report.h"

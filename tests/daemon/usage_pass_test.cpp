@@ -1,5 +1,5 @@
 #include "bench/nested_pass.h"
-#include "engine_fake.h"
+#include "support/engine_fake.h"
 #include "support/fixture.h"
 #include "table_text.h"
 

@@ -2,18 +2,11 @@
 
 #include "support/fixture.h"
 
-#include <tuple>
-
 using testing::ElementsAre;
 
 namespace {
 
 constexpr const char *kListFile = "/tmp/trend/bwdpi.txt";
-constexpr const char *kAppFile = "/tmp/trend/bwdpi.app.db";
-constexpr const char *kCategoryFile = "/tmp/trend/bwdpi.cat.db";
-
-using App = std::tuple<uint32_t, uint32_t, uint32_t, std::string>;
-using Category = std::tuple<uint32_t, std::string>;
 
 class AppDatabase : public rig::Fixture {
   protected:
@@ -22,26 +15,29 @@ class AppDatabase : public rig::Fixture {
         free_app_cat(&categories);
     }
 
-    std::vector<App> loadApps(const std::string &content) {
-        rig::writeFile(kAppFile, content);
+    // Each record as "category,application,behaviour,name".
+    std::vector<std::string> loadApps(const std::string &content) {
+        rig::writeFile("/tmp/trend/bwdpi.app.db", content);
         free_app_inf(&apps);
         EXPECT_EQ(init_app_inf(&apps), 0);
-        std::vector<App> result;
+        std::vector<std::string> result;
         for (list_head *link = apps.next; link != &apps; link = link->next) {
             const auto *app = LIST_RECORD(link, app_inf, list);
-            result.emplace_back(app->cat_id, app->app_id, app->beh_id, app->app_name);
+            result.push_back(std::to_string(app->cat_id) + "," + std::to_string(app->app_id) + "," +
+                             std::to_string(app->beh_id) + "," + app->app_name);
         }
         return result;
     }
 
-    std::vector<Category> loadCategories(const std::string &content) {
-        rig::writeFile(kCategoryFile, content);
+    // Each record as "category,name".
+    std::vector<std::string> loadCategories(const std::string &content) {
+        rig::writeFile("/tmp/trend/bwdpi.cat.db", content);
         free_app_cat(&categories);
         EXPECT_EQ(init_app_cat(&categories), 0);
-        std::vector<Category> result;
+        std::vector<std::string> result;
         for (list_head *link = categories.next; link != &categories; link = link->next) {
             const auto *category = LIST_RECORD(link, app_cat, list);
-            result.emplace_back(category->cat_id, category->cat_name);
+            result.push_back(std::to_string(category->cat_id) + "," + category->cat_name);
         }
         return result;
     }
@@ -53,11 +49,9 @@ class AppDatabase : public rig::Fixture {
 } // namespace
 
 TEST_F(AppDatabase, NamesEndAtAZeroDigitOrABackslash) {
-    EXPECT_THAT(
-        loadApps("# comment\n3,17,0,Video Streaming\n5,10,2,X100\n1,2,3,a\\b\n"),
-        ElementsAre(App(3, 17, 0, "Video Streaming"), App(5, 10, 2, "X1"), App(1, 2, 3, "a")));
-    EXPECT_THAT(loadCategories("8,Games\n9,Game 2048"),
-                ElementsAre(Category(8, "Games"), Category(9, "Game 2")));
+    EXPECT_THAT(loadApps("# comment\n3,17,0,Video Streaming\n5,10,2,X100\n1,2,3,a\\b\n"),
+                ElementsAre("3,17,0,Video Streaming", "5,10,2,X1", "1,2,3,a"));
+    EXPECT_THAT(loadCategories("8,Games\n9,Game 2048"), ElementsAre("8,Games", "9,Game 2"));
 }
 
 TEST_F(AppDatabase, SearchesTakeTheFirstRecordWithAllIds) {
@@ -73,46 +67,33 @@ TEST_F(AppDatabase, SearchesTakeTheFirstRecordWithAllIds) {
 
 TEST_F(AppDatabase, WhatALineLacksIsKeptFromTheLineBefore) {
     EXPECT_THAT(loadApps("4,5,6,name\n\n7,,8,lost\nno separator\n1,2,3,0\n-1, 9,4294967295,wide\n"),
-                ElementsAre(App(4, 5, 6, "name"), App(4, 5, 6, "name"), App(7, 5, 6, "name"),
-                            App(7, 5, 6, "name"), App(1, 2, 3, "name"),
-                            App(0xFFFFFFFF, 9, 0x7FFFFFFF, "wide")));
-    EXPECT_THAT(loadApps("garbage\n"), ElementsAre(App(0, 0, 0, "wide")))
+                ElementsAre("4,5,6,name", "4,5,6,name", "7,5,6,name", "7,5,6,name", "1,2,3,name",
+                            "4294967295,9,2147483647,wide"));
+    EXPECT_THAT(loadApps("garbage\n"), ElementsAre("0,0,0,wide"))
         << "ids start at 0 in each load, the name does not";
     EXPECT_THAT(loadCategories("4,name\n\n-1\n99999999999,wide\n"),
-                ElementsAre(Category(4, "name"), Category(4, "name"), Category(0xFFFFFFFF, "name"),
-                            Category(0xFFFFFFFF, "wide")));
+                ElementsAre("4,name", "4,name", "4294967295,name", "4294967295,wide"));
 }
 
 TEST_F(AppDatabase, LongAndBinaryLinesStayInsideTheBuffers) {
-    const std::string piece(249, 'n');
-    EXPECT_THAT(loadApps("1,2,3," + piece + "4,5,6,rest\n"),
-                ElementsAre(App(1, 2, 3, piece), App(4, 5, 6, "rest")));
+    const std::string piece = "1,2,3," + std::string(249, 'n');
+    EXPECT_THAT(loadApps(piece + "4,5,6,rest\n"), ElementsAre(piece, "4,5,6,rest"));
     EXPECT_EQ(loadApps(std::string(1 << 20, '1')).size(), (1u << 20) / 255 + 1);
     EXPECT_THAT(loadCategories(std::string("1,a\0b\n\0\xff\n2,\xfe\n", 13)),
-                ElementsAre(Category(1, "a"), Category(1, "a"), Category(2, "\xfe")));
+                ElementsAre("1,a", "1,a", "2,\xfe"));
 }
 
 TEST_F(AppDatabase, TheFileListSaysWhereTheDatabasesAre) {
-    rig::writeFile(kListFile, "app_inf_db_path:/opt/apps\nAPP_CAT_DB_PATH:/opt/categories\n");
+    rig::writeFile(kListFile, "app_inf_db_path:/opt/apps\nAPP_CAT_DB_PATH:/opt/none\n");
     rig::writeFile("/opt/apps", "1,2,3,elsewhere\n");
-    rig::writeFile("/opt/categories", "1,elsewhere\n");
-    loadApps("1,2,3,default\n");
-    loadCategories("1,default\n");
-    EXPECT_STREQ(search_app_inf(&apps, 1, 2), "elsewhere");
-    EXPECT_STREQ(search_app_cat(&categories, 1), "elsewhere");
+    EXPECT_THAT(loadApps("1,2,3,default\n"), ElementsAre("1,2,3,elsewhere"));
+    std::string errors = rig::standardError([this] { EXPECT_EQ(init_app_cat(&categories), -1); });
+    EXPECT_EQ(errors, "[init_app_cat(248)]: get /tmp/trend/bwdpi.cat.db error \n");
+    EXPECT_EQ(search_app_cat(&categories, 0), nullptr);
 
-    rig::writeFile(kListFile, "OTHER:/opt/apps\n");
-    loadApps("1,2,3,default\n");
-    EXPECT_STREQ(search_app_inf(&apps, 1, 2), "default");
-}
-
-TEST_F(AppDatabase, AMissingDatabaseIsReportedUnderItsDefaultPath) {
-    rig::writeFile(kListFile, "APP_INF_DB_PATH:/opt/none\nAPP_CAT_DB_PATH:/opt/none\n");
-    EXPECT_EQ(rig::standardError([this] {
-                  EXPECT_EQ(init_app_inf(&apps), -1);
-                  EXPECT_EQ(init_app_cat(&categories), -1);
-              }),
-              "[init_app_inf(162)]: get /tmp/trend/bwdpi.app.db error \n"
-              "[init_app_cat(248)]: get /tmp/trend/bwdpi.cat.db error \n");
-    EXPECT_EQ(search_app_inf(&apps, 0, 0), nullptr);
+    rig::writeFile(kListFile, "OTHER:/opt/apps\n"); // without their keys, the default paths
+    EXPECT_THAT(loadApps("1,2,3,default\n"), ElementsAre("1,2,3,default"));
+    rig::writeFile(kListFile, "APP_INF_DB_PATH:/opt/none\n");
+    errors = rig::standardError([this] { EXPECT_EQ(init_app_inf(&apps), -1); });
+    EXPECT_EQ(errors, "[init_app_inf(162)]: get /tmp/trend/bwdpi.app.db error \n");
 }

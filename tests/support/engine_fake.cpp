@@ -1,4 +1,4 @@
-#include "engine_fake.h"
+#include "support/engine_fake.h"
 
 #include "support/fixture.h"
 
@@ -34,13 +34,14 @@ void FakeEngine::plugIn() {
     });
 }
 
-void FakeEngine::addUser(int uid, int vendorId, int typeId) {
+void FakeEngine::addUser(int uid, int vendorId, int typeId, int devId) {
     devid_user_entry user{};
     user.uid = static_cast<std::uint8_t>(uid);
     user.mac[0] = 2;
     user.mac[5] = static_cast<std::uint8_t>(uid);
     user.os.detail.vendor_id = static_cast<std::uint16_t>(vendorId);
     user.os.detail.type_id = static_cast<std::uint16_t>(typeId);
+    user.os.detail.dev_id = static_cast<std::uint16_t>(devId);
     user.available = 1;
     users.push_back(user);
 }

@@ -19,7 +19,7 @@ struct FakeEngine {
     void plugIn();
 
     // A user with the MAC 02:00:00:00:00:<uid> and these device identifiers.
-    void addUser(int uid, int vendorId = 0, int typeId = 0);
+    void addUser(int uid, int vendorId = 0, int typeId = 0, int devId = 0);
     // A row of user uid; the last traffic was at second 1000.
     devid_app_rate_entry &addRow(int uid, int category, int application, std::uint64_t down,
                                  std::uint64_t up);
