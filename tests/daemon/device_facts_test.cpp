@@ -32,17 +32,14 @@ TEST_F(DeviceFacts, AreTheSecondFieldOfTheSecondLine) {
 }
 
 TEST_F(DeviceFacts, ThreeFailedTriesASecondApartAreTheEnd) {
-    const std::string tooLong = "printf 'one\\n" + std::string(100, 'x') + "/field/z\\n'";
-    for (const std::string &body :
-         {std::string("echo one/two/three"), std::string("printf 'one\\nno field\\n'"), tooLong}) {
-        rig::forgetCommands();
-        rig::fakeCommand("version", body);
+    for (const char *answer : {"one/two/three", "one\\nno field", "one\\n%0100d/field/z"}) {
+        rig::fakeCommand("version", std::string("printf '") + answer + "\\n'");
         EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(collect_dev_fw_ver(text), 1); }),
                   "Get firmware version fail[]\nGet firmware version fail[]\n"
                   "Get firmware version fail[]\nERROR: firmware version is NULL")
-            << body;
-        EXPECT_THAT(rig::recordedCommands(), ElementsAre("version", "version", "version"));
+            << answer;
     }
+    EXPECT_EQ(rig::recordedCommands().size(), 9u);
     EXPECT_EQ(rig::sleptSeconds(), 9u);
 }
 
@@ -50,8 +47,7 @@ TEST_F(DeviceFacts, TheTimeStampIsLocalCalendarTime) {
     setenv("TZ", "GMT-1", 1);
     int date[3];
     int clock[3];
-    EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(get_timestamp(date, clock), 0); }),
-              "2024 1 5 6 48 8");
+    EXPECT_EQ(rig::standardOutput([&] { get_timestamp(date, clock); }), "2024 1 5 6 48 8");
     EXPECT_THAT(date, ElementsAre(2024, 1, 5));
     EXPECT_THAT(clock, ElementsAre(6, 48, 8));
     unsetenv("TZ");

@@ -90,19 +90,8 @@ TEST_F(RecordBuffer, TakesInactiveEntriesThatHoldTrafficAndNoOthers) {
     EXPECT_EQ(upload->current_uploadBandwidth, 7); // later growth is measured from here
 }
 
-TEST_F(RecordBuffer, ReusesFreedSlotsLowestFirstAndNeverMerges) {
-    for (int i = 0; i < 3; ++i)
-        save(record(100));
-    resetTrafficInfoEntry(&trafficBuffer[2]);
-    resetTrafficInfoEntry(&trafficBuffer[1]);
-    save(record(500));
-    EXPECT_EQ(occupied().size(), 2u);
-    EXPECT_EQ(trafficBuffer[1].trafficStartTime, 500u);
-}
-
 TEST_F(RecordBuffer, TheRecordThatFindsItFullIsLostAndTheNextFindsItEmpty) {
     fillBuffer();
-    EXPECT_EQ(findFreeTrafficInfo(), nullptr);
     addEntry(0, 1, 1);
     addEntry(0, 2, 2);
     updateTrafficBuffer();
@@ -128,27 +117,28 @@ TEST_F(RecordBuffer, MissingArgumentsCountAsNo) {
     rig::setSetting("tud_dbg", "1");
     EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(updateTrafficInfo(nullptr, &r), -1); }),
               "ERRER both in and t is NULL \n");
-    EXPECT_EQ(findTrafficInfo(nullptr), nullptr);
-    EXPECT_THAT(
-        (std::vector{saveTrafficInfo2Buf(nullptr), resetTrafficInfoEntry(nullptr),
-                     convertTrafficUsageD2TrafficBuf(nullptr, &r), isTimoutTrafficInfo(nullptr)}),
-        testing::Each(-1));
-    EXPECT_THAT((std::vector{finalizeTrafficInfo(nullptr), isNoTrafficIncrease(nullptr, &r)}),
-                testing::Each(1));
-    EXPECT_THAT((std::vector{isFreeTrafficInfoEntry(nullptr), isSameTrafficInfoEntry(&r, nullptr),
-                             isTrafficIdle(nullptr, nullptr), isTrafficInactive(nullptr),
-                             hasCurrentTraffic(nullptr)}),
-                testing::Each(0));
+    EXPECT_EQ(saveTrafficInfo2Buf(nullptr) + resetTrafficInfoEntry(nullptr) +
+                  convertTrafficUsageD2TrafficBuf(nullptr, &r) + isTimoutTrafficInfo(nullptr),
+              -4);
+    EXPECT_EQ(finalizeTrafficInfo(nullptr) + isNoTrafficIncrease(nullptr, &r), 2);
+    EXPECT_EQ(isFreeTrafficInfoEntry(nullptr) + isSameTrafficInfoEntry(&r, nullptr) +
+                  isTrafficIdle(nullptr, nullptr) + isTrafficInactive(nullptr) +
+                  hasCurrentTraffic(nullptr),
+              0);
 }
 
-TEST_F(RecordBuffer, FindsTheFirstSlotOfTheSameDeviceTypeAndNames) {
+TEST_F(RecordBuffer, FreedSlotsAreReusedLowestFirstAndNothingIsMerged) {
     fillBuffer();
-    TrafficInfo other = record(1);
-    EXPECT_EQ(findTrafficInfo(&other), &trafficBuffer[0]);
-    other.typeId = 3;
-    EXPECT_EQ(findTrafficInfo(&other), nullptr);
-    trafficBuffer[293].typeId = 3;
-    EXPECT_EQ(findTrafficInfo(&other), &trafficBuffer[293]);
+    TrafficInfo later = record(500); // of the same device and application as all others
+    EXPECT_EQ(findTrafficInfo(&later), &trafficBuffer[0]);
+    later.typeId = 3;
+    EXPECT_EQ(findTrafficInfo(&later), nullptr);
+    resetTrafficInfoEntry(&trafficBuffer[293]);
+    resetTrafficInfoEntry(&trafficBuffer[7]);
+    save(later);
+    EXPECT_EQ(findTrafficInfo(&later), &trafficBuffer[7]);
+    EXPECT_EQ(findFreeTrafficInfo(), &trafficBuffer[293]);
+    EXPECT_EQ(occupied().size(), 293u);
 }
 
 TEST_F(RecordBuffer, FinalizingMovesTheEndByAtMostTheIdleTimeOut) {
@@ -173,16 +163,13 @@ TEST_F(RecordBuffer, TheDumpListsOccupiedSlotsOnly) {
     trafficBuffer[5] = record(100, "50%% off%s");
     trafficBuffer[5].typeId = -1;
     rig::setSetting("tud_dbg", "1");
-    const std::string stars = std::string(80, '*') + "\n";
-    EXPECT_EQ(
-        rig::standardOutput([] { dumpMemoryBuffer(); }),
-        stars +
-            "*************************Dump memory buffer start*******************************\n" +
-            stars +
-            "\tflags=0x0\n\tmacAddress=ab:00:00:00:00:00\n\typeId:-1\n\tappType=Media\n"
-            "\tappName=50% off\n\ttrafficStartTime=100\n\ttrafficEndTime=110\n\tduration=10\n"
-            "\tuploadBandWidth=3\n\tdownloadBandWidth=4\n\n" +
-            stars +
-            "*************************Dump memory buffer end*********************************\n" +
-            stars);
+    const auto title = [stars = std::string(80, '*') + "\n"](const std::string &text) {
+        return stars + "*************************Dump memory buffer " + text + "\n" + stars;
+    };
+    EXPECT_EQ(rig::standardOutput([] { dumpMemoryBuffer(); }),
+              title("start*******************************") +
+                  "\tflags=0x0\n\tmacAddress=ab:00:00:00:00:00\n\typeId:-1\n\tappType=Media\n"
+                  "\tappName=50% off\n\ttrafficStartTime=100\n\ttrafficEndTime=110\n"
+                  "\tduration=10\n\tuploadBandWidth=3\n\tdownloadBandWidth=4\n\n" +
+                  title("end*********************************"));
 }

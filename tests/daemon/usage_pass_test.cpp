@@ -35,18 +35,6 @@ TEST_F(UsagePass, JoinsUsersInOrderWithTheirRowsInOrder) {
                                           "1 Others/Others"));
 }
 
-TEST_F(UsagePass, UsersThatShareAnIdAreEachJoinedWithAllItsRows) {
-    for (int i = 1; i <= 63; ++i) {
-        engine.addUser(i);
-        engine.users.back().uid = 5;
-    }
-    engine.addRow(5, 1, 1, 10, 1);
-    engine.addRow(5, 1, 2, 10, 1);
-    updateTrafficUsageDTable();
-    EXPECT_EQ(tableNames().size(), 126u);
-    EXPECT_EQ(tableNames()[3], "2 Media/Music");
-}
-
 TEST_F(UsagePass, RowsWhoseNamesAgreeIn63CharactersFoldIntoOneEntry) {
     const std::string cut(63, 'n');
     rig::writeNames("1," + cut + "a\n", "1,1,0," + cut + "b\n1,2,0," + cut + "c\n");
@@ -104,8 +92,10 @@ TEST_F(UsagePass, GivesExactlyTheTableOfThePlainNestedWalk) {
     rig::setSetting("tud_max_idle_time", "2");
     std::vector<rig::FakeEngine> passes(60);
     for (auto &pass : passes) {
-        for (int i = upTo(12); i > 0; --i)
+        for (int i = upTo(12); i > 0; --i) {
             pass.addUser(1 + upTo(8), upTo(2), upTo(2));
+            pass.users.back().mac[5] = upTo(20); // some share their uid, some their MAC
+        }
         for (int i = upTo(60); i > 0; --i)
             pass.addRow(upTo(9), upTo(4), upTo(2), 10 * upTo(2), upTo(2));
     }

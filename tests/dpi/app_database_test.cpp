@@ -2,6 +2,8 @@
 
 #include "support/fixture.h"
 
+#include <filesystem>
+
 using testing::ElementsAre;
 
 namespace {
@@ -23,8 +25,10 @@ class AppDatabase : public rig::Fixture {
         std::vector<std::string> result;
         for (list_head *link = apps.next; link != &apps; link = link->next) {
             const auto *app = LIST_RECORD(link, app_inf, list);
-            result.push_back(std::to_string(app->cat_id) + "," + std::to_string(app->app_id) + "," +
-                             std::to_string(app->beh_id) + "," + app->app_name);
+            std::string ids;
+            for (const uint32_t id : {app->cat_id, app->app_id, app->beh_id})
+                ids += std::to_string(id) + ",";
+            result.push_back(ids + app->app_name);
         }
         return result;
     }
@@ -93,7 +97,7 @@ TEST_F(AppDatabase, TheFileListSaysWhereTheDatabasesAre) {
 
     rig::writeFile(kListFile, "OTHER:/opt/apps\n"); // without their keys, the default paths
     EXPECT_THAT(loadApps("1,2,3,default\n"), ElementsAre("1,2,3,default"));
-    rig::writeFile(kListFile, "APP_INF_DB_PATH:/opt/none\n");
+    std::filesystem::remove("/tmp/trend/bwdpi.app.db");
     errors = rig::standardError([this] { EXPECT_EQ(init_app_inf(&apps), -1); });
     EXPECT_EQ(errors, "[init_app_inf(162)]: get /tmp/trend/bwdpi.app.db error \n");
 }

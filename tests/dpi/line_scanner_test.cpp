@@ -64,13 +64,3 @@ TEST(LineScanner, NumbersOutOfRangeSaturate) {
     EXPECT_EQ(scanned("-2147483649,-4294967296,x"), "2147483648,4294967295,x");
     EXPECT_EQ(scanned("99999999999999999999,99999999999999999999,x"), "2147483647,4294967295,x");
 }
-
-TEST(LineScanner, WordsEndAtBlanksAndAtTheirBuffer) {
-    const std::pair<const char *, const char *> rows[] = {
-        {" \t\n", "old"}, {" \tab\vc", "ab"}, {"abcdef", "abc"}};
-    for (const auto &[line, expectedWord] : rows) {
-        char word[4] = "old";
-        LineScanner(line).word(word);
-        EXPECT_STREQ(word, expectedWord);
-    }
-}
