@@ -19,6 +19,7 @@ TEST_F(DebugLog, PrintsAtMost4095CharactersWhileItsSettingIsExactlyOne) {
     }
     rig::setSetting("tud_dbg", "1"); // takes effect at once
     EXPECT_EQ(logged(std::string(5000, 'x')), std::string(4095, 'x'));
+    EXPECT_EQ(logged(std::string(4094, 'x') + "%%"), std::string(4094, 'x'));
 }
 
 TEST_F(DebugLog, InterpretsPercentSignsOfDataASecondTimeWithoutReadingArguments) {

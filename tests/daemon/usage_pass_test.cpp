@@ -58,8 +58,7 @@ TEST_F(UsagePass, TheTableEndsAtTheFirstFreeSlotAndAtItsLimits) {
     for (int i = 1; i <= 64; ++i)
         engine.addUser(i);
     for (int i = 0; i < 32257; ++i)
-        engine.addRow(i < 32256 ? 1 : 2, 1, 1, 10, 1);
-    engine.addRow(64, 1, 1, 10, 1);
+        engine.addRow(i < 32256 ? 64 - i % 2 * 63 : 2, 1, 1, 10, 1);
     engine.excessBytes = 4096;
     updateTrafficUsageDTable();
     EXPECT_THAT(tableNames(), ElementsAre("1 Media/Video")); // neither row 32,257 nor user 64

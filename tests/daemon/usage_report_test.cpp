@@ -5,6 +5,7 @@
 #include "support/fixture.h"
 #include "trafficUsageDetailsD/monitor.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 
@@ -35,10 +36,10 @@ void fillBuffer(int count) {
         trafficBuffer[i] = record(100 + i);
 }
 
-// cJSON's allocation that fails from the n-th on.
+// cJSON's allocation, of which only the n-th fails.
 int allocationsLeft;
 void *scarceMemory(std::size_t size) {
-    return allocationsLeft-- > 0 ? malloc(size) : nullptr;
+    return allocationsLeft-- == 0 ? nullptr : malloc(size);
 }
 
 } // namespace
@@ -108,19 +109,20 @@ TEST_F(UsageReport, ARecordWithoutMemoryForItsObjectStaysForTheNextReport) {
     rig::writeFile(kDeviceTypes, "");
     cJSON_Hooks hooks = {scarceMemory, free};
     cJSON_InitHooks(&hooks);
-    int taken = 0;
-    for (int allowance = 2; taken < 3; ++allowance) {
-        ASSERT_LT(allowance, 1000);
+    int incomplete = 0;
+    for (int n = 0; n < 60; ++n) {
         fillBuffer(3);
-        allocationsLeft = allowance;
+        allocationsLeft = n;
         cJSON *document = createTrafficUsageDetailObj();
-        taken = 0;
-        for (int i = 0; i < 3; ++i)
-            taken += trafficBuffer[i].trafficStartTime == 0;
+        const int left = std::count_if(trafficBuffer, trafficBuffer + 3,
+                                       [](auto &slot) { return slot.trafficStartTime != 0; });
         const cJSON *records = cJSON_GetObjectItem(document, "trafficInfo");
-        EXPECT_TRUE(records == nullptr || cJSON_GetArraySize(records) == taken) << allowance;
+        EXPECT_TRUE(records == nullptr || cJSON_GetArraySize(records) == 3 - left) << n;
+        EXPECT_TRUE(document != nullptr || left == 3) << n;
+        incomplete += left == 1;
         cJSON_Delete(document);
     }
+    EXPECT_GT(incomplete, 10);
 }
 
 TEST_F(UsageReport, TheRecordsAreGoneThoughTheFileCannotBeWritten) {

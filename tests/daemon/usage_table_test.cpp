@@ -64,13 +64,21 @@ TEST_F(UsageTable, AnEntryClosesWithThe31stUnchangedPassAndOpensAgainWithTheNext
 }
 
 TEST_F(UsageTable, GrowthIsAddedAsItIsEvenBackwards) {
+    struct {
+        double down, up, accumulatedDown, accumulatedUp;
+    } const rows[] = {
+        {100, 30, 1100, 30},
+        {100, 31, 1100, 31},
+        {10, 5, 1010, 5},          // the engine was reset
+        {4e15, 5, 4e15 + 1000, 5}, // beyond 32 bits
+    };
     fold(candidate(100, 30));
-    fold(candidate(100, 31)); // one side alone
-    fold(candidate(10, 5));   // the engine was reset
-    first()->accu_downloadBandWidth -= 50;
-    fold(candidate(4e15, 5)); // beyond 32 bits
-    EXPECT_EQ(first()->accu_downloadBandWidth, 4e15 - 50);
-    EXPECT_EQ(first()->accu_uploadBandWidth, 5);
+    first()->accu_downloadBandWidth = 1100;
+    for (const auto &row : rows) {
+        fold(candidate(row.down, row.up));
+        EXPECT_EQ(first()->accu_downloadBandWidth, row.accumulatedDown);
+        EXPECT_EQ(first()->accu_uploadBandWidth, row.accumulatedUp);
+    }
 }
 
 TEST_F(UsageTable, IdentityIsMacAndBothNamesAndFoldingTakesTheTypeButNotTheVendor) {
