@@ -97,7 +97,7 @@ cJSON *createTrafficUsageDetailObj() {
     const int count = takeRecords(array.get());
     addNumber(document.get(), "numOfTrafficRecrod", count); // the key that consumers expect
     if (cJSON_AddItemToObject(document.get(), "trafficInfo", array.get()) != 0)
-        array.release();
+        static_cast<void>(array.release()); // the document's from here on
     return document.release();
 }
 
