@@ -203,8 +203,12 @@ int removeUntrackedTrafficUsageDEntry(std::uint32_t now) {
 }
 
 int freeTrafficUsageDTable() {
-    while (list_is_empty(&trafficUsageD_table) == 0)
-        drop(entryOf(trafficUsageD_table.next));
+    list_head *head = &trafficUsageD_table;
+    for (list_head *link = head->next, *next; link != head; link = next) {
+        next = link->next;
+        free(entryOf(link));
+    }
+    list_init(head);
     return 0;
 }
 
