@@ -14,6 +14,9 @@ constexpr int kRefused = -1;
 // What the rest of the router may send. The kernel refuses SIGKILL: the attempt is kept as it is.
 constexpr int kSignals[] = {SIGUSR1, SIGTERM, SIGINT, SIGKILL, SIGUSR2};
 
+// Nothing reads it: it tells whoever looks into the binary what is installed.
+[[gnu::used, gnu::retain]] const char kVersion[] = "trafficUsageDetailsD " PROJECT_VERSION;
+
 // The mere existence of the pid file is the lock: no pid is read, a stale file blocks as well.
 bool isAlreadyRunning() {
     const File file(fopen(kPidFile, "r"));
