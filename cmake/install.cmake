@@ -1,0 +1,103 @@
+# What `cmake --install` puts where, in three components:
+#   runtime      the daemon, its start script and man page, the shared helper library
+#   development  headers, the static helper library, files for pkg-config and find_package
+#   workstation  what stands in for the router: its libraries, `nvram`, `idpfwd`
+# The prefix may still be changed at install time: nothing that is installed has it written into it.
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+# Below the prefix, but for the prefix that has its settings elsewhere by tradition.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(init_script_default /etc/init.d)
+else()
+  set(init_script_default etc/init.d)
+endif()
+set(INIT_SCRIPT_DIR ${init_script_default} CACHE STRING "Folder of the start script, empty for none")
+
+set(package_config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/routerutil)
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/routerutil)
+
+function(install_man_page name section component)
+  configure_file(${PROJECT_SOURCE_DIR}/docs/man/${name}.${section}.in man/${name}.${section} @ONLY)
+  install(
+    FILES ${PROJECT_BINARY_DIR}/man/${name}.${section}
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    COMPONENT ${component}
+  )
+endfunction()
+
+# The daemon
+install(
+  TARGETS trafficUsageDetailsD RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT runtime
+)
+install_man_page(trafficUsageDetailsD 8 runtime)
+if(INIT_SCRIPT_DIR)
+  install(
+    PROGRAMS packaging/init.d/trafficUsageDetailsD
+    DESTINATION ${INIT_SCRIPT_DIR}
+    COMPONENT runtime
+  )
+endif()
+
+# The helper library
+set_target_properties(platform_nvram PROPERTIES EXPORT_NAME nvram)
+set_target_properties(platform_nat PROPERTIES EXPORT_NAME nat)
+install(
+  TARGETS routerutil
+  EXPORT routerutil
+  ARCHIVE COMPONENT development
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development
+)
+install(
+  TARGETS platform_headers
+  EXPORT routerutil
+  FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development
+)
+install(
+  TARGETS platform_nvram platform_nat
+  EXPORT routerutil
+  LIBRARY COMPONENT workstation
+)
+install(
+  EXPORT routerutil
+  NAMESPACE routerutil::
+  FILE routerutilTargets.cmake
+  DESTINATION ${package_config_dir}
+  COMPONENT development
+)
+configure_package_config_file(
+  cmake/routerutilConfig.cmake.in routerutilConfig.cmake INSTALL_DESTINATION ${package_config_dir}
+)
+write_basic_package_version_file(routerutilConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(
+  FILES ${PROJECT_BINARY_DIR}/routerutilConfig.cmake
+        ${PROJECT_BINARY_DIR}/routerutilConfigVersion.cmake
+  DESTINATION ${package_config_dir}
+  COMPONENT development
+)
+file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(cmake/routerutil.pc.in routerutil.pc @ONLY)
+install(
+  FILES ${PROJECT_BINARY_DIR}/routerutil.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development
+)
+
+# The workstation router
+if(WORKSTATION)
+  install(TARGETS nvram RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT workstation)
+  install(TARGETS idpfwd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT workstation)
+  install(TARGETS idpfw-shim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT workstation)
+  install(
+    FILES docs/scenario.md engine/scenarios/evening.json
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT workstation
+  )
+  install_man_page(nvram 1 workstation)
+  install_man_page(idpfwd 8 workstation)
+endif()
+
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+
