@@ -101,3 +101,4 @@ endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 
+include(cmake/package.cmake)
