@@ -88,17 +88,15 @@ File open_table(const char *path) {
     return file;
 }
 
-// A line of the attachment table: address and MAC, and the interface when the caller wants it.
-bool parse_attachment(const char *line, attach_dev &device, char (*interface)[kLineSize]) {
+// A line of the attachment table: address, MAC and, empty when the line ends before it, interface.
+bool parse_attachment(const char *line, attach_dev &device, char (&interface)[kLineSize]) {
     unsigned int address = 0;
     char mac[kLineSize];
-    char name[kLineSize];
-    const int values = sscanf(line, "%8X %255s %255s", &address, mac, name);
-    if (values < (interface != nullptr ? 3 : 2) || !parse_mac(mac, device.mac))
+    *interface = '\0';
+    if (sscanf(line, "%8X %255s %255s", &address, mac, interface) < 2 ||
+        !parse_mac(mac, device.mac))
         return false;
     device.ip = htonl(address);
-    if (interface != nullptr)
-        copy_text(*interface, name);
     return true;
 }
 
@@ -107,7 +105,7 @@ void add_attachments(FILE *table, DeviceList &list) {
     char interface[kLineSize];
     while (!list.full() && read_line(table, line, sizeof line)) {
         attach_dev device{};
-        if (!parse_attachment(line, device, &interface))
+        if (!parse_attachment(line, device, interface) || *interface == '\0')
             continue;
         device.wired = is_wired(interface) ? 1 : 0;
         copy_text(device.ifname, interface);
@@ -171,9 +169,10 @@ void add_leases(DeviceList &list) {
 
 void add_attached_addresses(FILE *table, DeviceList &list) {
     char line[kLineSize];
+    char interface[kLineSize];
     while (!list.full() && read_line(table, line, sizeof line)) {
         attach_dev device{};
-        if (parse_attachment(line, device, nullptr) && !list.has_address(device.ip))
+        if (parse_attachment(line, device, interface) && !list.has_address(device.ip))
             list.add(device);
     }
 }

@@ -68,7 +68,8 @@ int get_arp_dev(struct attach_dev *devices, int max);
 
 /*
  * get_attach_dev after three rounds of ARP requests on "br0", half a second each, to the LAN
- * addresses of get_arp_dev (flag 0) or of the attachment table (any other flag).
+ * addresses of get_arp_dev (flag 0) or of the attachment table (any other flag). Nobody is asked
+ * unless the settings "lan_hwaddr", "lan_ipaddr" and "lan_netmask" hold addresses.
  */
 int get_bdg_dev2(struct attach_dev *devices, int max, int flag);
 

@@ -5,7 +5,6 @@
 #include "platform/nvram.h"
 #include "sysutil/attached_devices.h"
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstddef>

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <span>
 
@@ -41,11 +40,8 @@ bool is_mac_text(const char *text) {
 }
 
 // The lines that were added since the last relabelling still say "assoclist".
-void relabel_2g() {
-    run_command(kCommandSize, "sed -i s'/assoclist/2glist/'g %s", kStations);
-}
-void relabel_5g() {
-    run_command(kCommandSize, "sed -i s'/assoclist/5glist/'g %s", kStations);
+void relabel(const char *label) {
+    run_command(kCommandSize, "sed -i s'/assoclist/%s/'g %s", label, kStations);
 }
 
 void list_guests(std::span<const char *const> interfaces) {
@@ -57,15 +53,15 @@ void list_stations() {
     const bool extender = kelpNvramConfig_match("enable_extender_mode", "1") == 1;
     const std::size_t guests = extender ? 1 : std::size(kGuests2g);
     run_command(kCommandSize, "wl assoclist > %s", kStations);
-    relabel_2g();
+    relabel("2glist");
     if (!extender) {
         run_command(kCommandSize, "wl -i %s assoclist >> %s", kSecondRadio, kStations);
-        relabel_5g();
+        relabel("5glist");
     }
     list_guests(std::span(kGuests2g).first(guests));
-    relabel_2g();
+    relabel("2glist");
     list_guests(std::span(kGuests5g).first(guests));
-    relabel_5g();
+    relabel("5glist");
 }
 
 void set_band(const char *label, sta_dev &station) {

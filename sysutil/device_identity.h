@@ -77,8 +77,8 @@ struct devIdMessage {
  * Always prints the path of the file.
  *
  * 0 when the file was read to its end. -1 when it is missing, or when a node cannot be allocated:
- * the nodes read so far are then linked and *head points at the last of them. The caller frees the
- * nodes with removeAllDevIdNodes.
+ * *head then points at the last of the nodes read so far, and those before it are out of reach. The
+ * caller frees the nodes with removeAllDevIdNodes.
  */
 int readDevIdTablefromFile(struct devIdNode **head);
 
