@@ -2,6 +2,7 @@
 
 #include "support/fixture.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -22,20 +23,17 @@ class DeviceIdentityService : public rig::Fixture {
 };
 
 TEST_F(DeviceIdentityService, FactsAreTakenByTheirKeyAndStayInTheirFields) {
-    const dhcpInfo all = facts("vendor head\nvendor old\n hostname  two words \nother x\n"
-                               "vendor new\nVendor no\nvendor\nvendor \nparams\t1,3");
-    EXPECT_STREQ(all.vendor, "new");
-    EXPECT_STREQ(all.hostName, " two words ");
-    EXPECT_STREQ(all.options, "1,") << "the last character is taken for a line end";
-    const std::string value(90, 'v');
-    const dhcpInfo cut = facts(std::string(250, 'h') + "\nvendor " + value + "\nhostname " + value +
-                               "\nparams " + std::string(300, 'p') + "\n");
-    EXPECT_EQ(cut.vendor, std::string(30, 'v'));
-    EXPECT_EQ(cut.hostName, std::string(30, 'v'));
-    EXPECT_EQ(cut.options, std::string(91, 'p')) << "of the line's first piece";
-    EXPECT_EQ(facts("vendor header\n").vendor[0], '#');
-    EXPECT_EQ(facts(std::string("h\n\0\n\n \n\xff\xfe\nvendor\0x\n", 19)).vendor[0], '#');
-    dhcpInfo out{};
+    dhcpInfo out = facts("vendor head\nvendor old\n hostname  two words \nother x\n"
+                         "vendor new\nVendor no\nvendor\nvendor \nparams\t1,3");
+    EXPECT_STREQ(out.vendor, "new");
+    EXPECT_STREQ(out.hostName, " two words ");
+    EXPECT_STREQ(out.options, "1,") << "the last character is taken for a line end";
+    out = facts(std::string(250, 'h') + "\nvendor " + std::string(90, 'v') + "\nparams " +
+                std::string(300, 'p') + "\n");
+    EXPECT_EQ(out.vendor, std::string(30, 'v'));
+    EXPECT_EQ(out.options, std::string(91, 'p')) << "of the line's first piece";
+    out = facts(std::string("vendor head\n\0\n\n \n\xff\xfe\nvendor\0x\n", 29));
+    EXPECT_EQ(out.vendor[0], '#') << "no facts, nothing changed";
     EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(getDhcpInfoByMac("none", &out), -1); }),
               "File open fail!");
 }
@@ -54,13 +52,12 @@ TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {
     EXPECT_EQ(recv(daemon, received, sizeof received, MSG_DONTWAIT), 460);
     EXPECT_EQ(memcmp(received, message.bytes, sizeof message.bytes), 0);
     close(daemon);
-}
-
-TEST_F(DeviceIdentityService, WithoutASocketTheProcessEnds) {
-    const auto sendWithoutDescriptors = [] {
+    const auto sendWithoutDescriptors = [&] {
         const rlimit none{0, 0};
         setrlimit(RLIMIT_NOFILE, &none);
-        sendDataToDevIdApi({});
+        // The leak check would fail for want of descriptors and hide the status.
+        on_exit([](int status, void *) { _exit(status); }, nullptr);
+        send();
     };
     EXPECT_EXIT(sendWithoutDescriptors(), testing::ExitedWithCode(1), "");
 }

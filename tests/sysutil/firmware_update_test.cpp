@@ -3,10 +3,11 @@
 #include "support/fixture.h"
 
 #include <climits>
+#include <filesystem>
 
 namespace {
 
-class FirmwareUpdate : public rig::Fixture {};
+using FirmwareUpdate = rig::Fixture;
 
 TEST_F(FirmwareUpdate, TheFolderFollowsTheRegionUnlessTheFlagIsSet) {
     const std::pair<const char *, const char *> rows[] = {
@@ -21,16 +22,13 @@ TEST_F(FirmwareUpdate, TheFolderFollowsTheRegionUnlessTheFlagIsSet) {
 
 TEST_F(FirmwareUpdate, AStatusFileGivesTheNumberOfItsFirstLine) {
     const std::pair<std::string, int> rows[] = {
-        {"7\n", 7},        {"", -1},
-        {"\n5\n", -1},     {"-3", -3},
-        {"\xff\xfe\n", 0}, {"99999999999\n", INT_MAX},
-        {" 2\n", 2},       {std::string(63, '0') + "9\n", 0}};
+        {"7\n", 7}, {"", -1}, {"\n5\n", -1}, {" -3", -3}, {std::string(63, '0') + "9\n", 0}};
     for (const auto &[content, value] : rows) {
         rig::writeFile("/tmp/status", content);
         EXPECT_EQ(get_fw_check_status("/tmp/status"), value) << content;
     }
-    EXPECT_EQ(set_fw_check_status("/tmp/status", -12), 0);
-    EXPECT_EQ(rig::readFile("/tmp/status"), "-12\n");
+    EXPECT_EQ(set_fw_check_status("/tmp/status", INT_MIN), 0);
+    EXPECT_EQ(rig::readFile("/tmp/status"), "-2147483648\n");
     EXPECT_EQ(get_fw_check_status("/tmp/new"), 0);
     EXPECT_EQ(rig::readFile("/tmp/new"), "0\n");
 }
@@ -49,10 +47,13 @@ TEST_F(FirmwareUpdate, AResetWritesZeroIntoEveryFileOfItsKindOnly) {
 TEST_F(FirmwareUpdate, MarkersAreSeenOnceTheyAreSet) {
     EXPECT_EQ(check_upgrade_status() + is_fw_upgrading(), 0);
     EXPECT_EQ(create_upgrade_file(), 0);
-    EXPECT_EQ(check_upgrade_status(), 1);
-    EXPECT_EQ(is_fw_upgrading(), 0);
+    EXPECT_EQ(check_upgrade_status() - is_fw_upgrading(), 1);
     EXPECT_EQ(set_fw_is_upgrading(), 0);
     EXPECT_EQ(is_fw_upgrading(), 1);
+    std::filesystem::remove("/tmp/upgrade.tmp");
+    std::filesystem::create_directory("/tmp/upgrade.tmp");
+    EXPECT_EQ(rig::standardError([] { EXPECT_EQ(create_upgrade_file(), -1); }),
+              "unable to create tmp file: Is a directory\n");
 }
 
 TEST_F(FirmwareUpdate, TheSizeOfAnImageIsItsEnd) {
