@@ -57,15 +57,13 @@ const char *take_name(const char *text, char *field) {
 
 void clear_texts(const KeyFamily &keys) {
     for (StagedText &text : keys.texts)
-        memset(text, 0, sizeof text);
+        text[0] = '\0';
 }
 
 void load_texts(const KeyFamily &keys) {
     int index = 0;
-    for (StagedText &text : keys.texts) {
-        memset(text, 0, sizeof text);
+    for (StagedText &text : keys.texts)
         copy_text(text, kelpNvramConfig_get(key_name(keys, index++).name));
-    }
 }
 
 void save_texts(const KeyFamily &keys) {

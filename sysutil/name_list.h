@@ -19,7 +19,7 @@ struct KeyFamily {
 
 void clear_texts(const KeyFamily &keys);
 
-// Clears the texts, then copies every setting that is not empty.
+// Copies every setting into its text.
 void load_texts(const KeyFamily &keys);
 
 // Sets every setting of the family, to "" where its text is empty.
