@@ -8,33 +8,31 @@
 
 #include <array>
 #include <cstring>
+#include <map>
 #include <sstream>
 #include <string>
 
-using Mac = std::array<unsigned char, 6>;
-
 // The address A00B0000 and n as four hexadecimal digits; never all zero.
-inline Mac macOf(int n) {
-    return {0xA0, 0x0B, 0, 0, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)};
-}
-
-inline std::string nameIn(const char (&field)[32]) {
-    return {field, strnlen(field, sizeof field)};
+inline const unsigned char *macOf(int n) {
+    static std::map<int, std::array<unsigned char, 6>> known;
+    known[n] = {
+        0xA0, 0x0B, 0, 0, static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)};
+    return known[n].data();
 }
 
 // An entry as text: address, numbers in the order of the settings, name.
-inline std::string describe(const ac_mac_entry &entry) {
+template <typename Entry, typename... Numbers>
+std::string describe(const Entry &entry, Numbers... numbers) {
     std::ostringstream text;
-    text << plain_mac(entry.mac).text << ' ' << entry.status << ' ' << entry.connType << ' '
-         << entry.order << ' ' << nameIn(entry.devName);
-    return text.str();
+    text << plain_mac(entry.mac).text << ' ' << entry.status << ' ';
+    ((text << numbers << ' '), ...);
+    return text.str().append(entry.devName, strnlen(entry.devName, sizeof entry.devName));
 }
-
+inline std::string describe(const ac_mac_entry &entry) {
+    return describe(entry, entry.connType, entry.order);
+}
 inline std::string describe(const iqos_dev_entry &entry) {
-    std::ostringstream text;
-    text << plain_mac(entry.mac).text << ' ' << entry.status << ' ' << entry.attr1 << ' '
-         << entry.attr2 << ' ' << entry.attr3 << ' ' << nameIn(entry.devName);
-    return text.str();
+    return describe(entry, entry.attr1, entry.attr2, entry.attr3);
 }
 
 // Starts every test with lists loaded from no settings.

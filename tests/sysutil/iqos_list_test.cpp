@@ -5,7 +5,7 @@ namespace {
 int set(int device, int number, const std::string &name) {
     iqos_dev_entry record{{}, number, 1, number + 1, number + 2, ""};
     std::copy(name.begin(), name.end(), record.devName);
-    return set_iqos_status(macOf(device).data(), record);
+    return set_iqos_status(macOf(device), record);
 }
 
 } // namespace
@@ -13,30 +13,24 @@ int set(int device, int number, const std::string &name) {
 class IqosList : public DeviceLists {};
 
 TEST_F(IqosList, ADeviceIsAppendedOnceAndUpdatedAfterwards) {
-    EXPECT_EQ(get_iqos_status(macOf(1).data()), nullptr);
+    EXPECT_EQ(get_iqos_status(macOf(1)), nullptr);
     EXPECT_EQ(set(1, 5, std::string(32, 'a')), 0);
-    ASSERT_EQ(get_iqos_status(macOf(1).data()), &iqos_dev_list[0]);
+    ASSERT_EQ(get_iqos_status(macOf(1)), &iqos_dev_list[0]);
     EXPECT_EQ(describe(iqos_dev_list[0]), "A00B00000001 1 5 6 7 " + std::string(32, 'a'));
     EXPECT_EQ(set(1, 8, std::string(32, 'b')), 0);
     EXPECT_EQ(describe(iqos_dev_list[0]), "A00B00000001 1 8 9 10 " + std::string(31, 'b'));
-    EXPECT_EQ(describe(iqos_dev_list[1]), "000000000000 -1 0 0 0 ");
-}
-
-TEST_F(IqosList, The65thDeviceIsRefused) {
     for (int i = 0; i < 64; ++i)
         EXPECT_EQ(set(i, 1, ""), 0);
     EXPECT_EQ(set(64, 1, "more"), -1);
     EXPECT_EQ(describe(iqos_dev_list[64]), "000000000000 -1 0 0 0 ");
     EXPECT_EQ(set(63, 1, "listed"), 0);
-    del_iqos_mac_entry(macOf(5).data());
-    EXPECT_EQ(set(64, 1, "more"), 0);
 }
 
 TEST_F(IqosList, DeletingMovesTheLastEntryButForTheEndOfItsName) {
     set(0, 4, std::string(31, 'o'));
     set(1, 4, std::string(32, 'm'));
-    EXPECT_EQ(del_iqos_mac_entry(macOf(9).data()), 0);
-    EXPECT_EQ(del_iqos_mac_entry(macOf(0).data()), 0);
+    EXPECT_EQ(del_iqos_mac_entry(macOf(9)), 0);
+    EXPECT_EQ(del_iqos_mac_entry(macOf(0)), 0);
     EXPECT_EQ(describe(iqos_dev_list[0]), "A00B00000001 1 4 5 6 " + std::string(28, 'm') + "ooo");
     EXPECT_EQ(describe(iqos_dev_list[1]), "000000000000 -1 0 0 0 ");
 }
@@ -45,8 +39,8 @@ TEST_F(IqosList, ANameIsLookedForInTheFirstFourSlotsOnly) {
     for (int i = 0; i < 5; ++i)
         set(i, 1, std::string(32, 'n'));
     std::string name(33, '#');
-    EXPECT_EQ(get_iqos_devname(macOf(4).data(), name.data()), -1);
+    EXPECT_EQ(get_iqos_devname(macOf(4), name.data()), -1);
     EXPECT_EQ(name, std::string(33, '#'));
-    EXPECT_EQ(get_iqos_devname(macOf(3).data(), name.data()), 0);
+    EXPECT_EQ(get_iqos_devname(macOf(3), name.data()), 0);
     EXPECT_EQ(name, std::string(32, 'n') + '\0');
 }
