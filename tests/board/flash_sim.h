@@ -1,11 +1,10 @@
 // A flash partition behind "/dev/mtd4" and "/dev/mtdblock4": what is erased is 0xFF, a write wants
-// erased bytes, an erase wants a whole block that was unlocked. Every call can be made to fail.
+// erased bytes, an erase wants a whole block. Every call can be made to fail.
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <set>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace rig {
@@ -16,12 +15,11 @@ constexpr std::uint32_t kFlashSize = 0x80000;
 // What a new flash holds.
 inline const std::string kOldFlash(kFlashSize, 'o');
 
-// The n-th call on the flash device (1 is the first) fails with EIO, after none or half of its
-// work was done; a write optionally by a short count instead.
+// The n-th call on the flash device (1 is the first) fails: with EIO and nothing done, or after
+// half of its work, which a write tells by a short count.
 struct FlashFault {
     int call = 0;
     bool halfDone = false;
-    bool shortCount = false;
 };
 
 // Answers ioctl, write and read of the flash device while it lives; one at a time.
@@ -42,15 +40,14 @@ class FlashSim {
     [[nodiscard]] const std::vector<std::string> &calls() const { return calls_; }
     void forget() { calls_.clear(); }
 
-    // For the interposed calls; nothing lets the call through.
-    std::optional<long> onWrite(int descriptor, const char *data, std::size_t size);
-    std::optional<long> onRead(int descriptor, std::size_t size);
+    // For the interposed calls.
+    [[nodiscard]] bool owns(int descriptor) const;
+    ssize_t onWrite(int descriptor, const void *data, std::size_t size);
+    bool readFails(std::size_t size);
 
   private:
     int onIoctl(unsigned long request, void *argument);
     int erase(std::uint32_t start, std::uint32_t length);
-    [[nodiscard]] long program(long offset, std::string data) const;
-    [[nodiscard]] bool owns(int descriptor) const;
     bool failsNow(const std::string &call);
 
     std::uint32_t eraseSize_;
@@ -58,7 +55,6 @@ class FlashSim {
     int storage_; // reached by pread and pwrite, which are not interposed
     FlashFault fault_;
     std::vector<std::string> calls_;
-    std::set<std::uint32_t> unlocked_;
 };
 
 } // namespace rig

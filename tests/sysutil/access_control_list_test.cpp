@@ -6,9 +6,10 @@ namespace {
 
 // Devices 0, 1, ... allowed, each with its order.
 void fill(const std::vector<int> &orders) {
-    for (int n = 0; n < static_cast<int>(orders.size()); ++n) {
+    int n = 0;
+    for (const int order : orders) {
         set_mac_status(macOf(n), 1);
-        ac_mac_list[n].order = orders[static_cast<std::size_t>(n)];
+        ac_mac_list[n++].order = order;
     }
 }
 
@@ -37,19 +38,6 @@ TEST_F(AccessControlList, ASetterWritesItsOwnFieldAndAppendsWhatIsNotListed) {
     EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000001 0 1 0 --");
 }
 
-TEST_F(AccessControlList, AFullListRefusesNewDevicesOnly) {
-    fill(std::vector<int>(127, 1));
-    EXPECT_EQ(is_acl_list_full(), 0);
-    set_mac_devName(macOf(127), "last");
-    EXPECT_EQ(rig::standardOutput([] { EXPECT_EQ(is_acl_list_full(), 1); }),
-              "is_acl_list_full:3384 >> mac list full!\n");
-    EXPECT_EQ(set_mac_status(macOf(128), 1), -1);
-    EXPECT_EQ(set_mac_devName(macOf(128), "x"), -1);
-    EXPECT_EQ(set_mac_connType(macOf(128), 1), -1);
-    EXPECT_EQ(set_mac_status(macOf(127), 0), 0);
-    EXPECT_EQ(describe(ac_mac_list[127]), "A00B0000007F 0 -1 0 last");
-}
-
 TEST_F(AccessControlList, TheLastEntryTakesTheDeletedOnesPlace) {
     fill({10, 20, 30});
     set_mac_devName(macOf(2), "third");
@@ -64,18 +52,24 @@ TEST_F(AccessControlList, TheLastEntryTakesTheDeletedOnesPlace) {
     EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000002 1 -1 30 third");
 }
 
-TEST_F(AccessControlList, TheLeastRecentlyTouchedDeviceIsEvicted) {
-    const std::pair<std::vector<int>, const char *> rows[] = {{{5, 2, 2}, "01] order 2"},
-                                                              {{65536, 70000}, "00] order 65536"},
-                                                              {{65536, 65535}, "01] order 65535"}};
-    for (const auto &[orders, evicted] : rows) {
-        load();
-        fill(orders);
-        EXPECT_EQ(rig::standardOutput([] { EXPECT_EQ(del_acl_smallest_order_mac(), 0); }),
-                  std::string("del_acl_smallest_order_mac:3404 >> remove mac[a0:0b:00:00:00:") +
-                      evicted + "\n");
-        EXPECT_EQ(ac_mac_list[orders.size() - 1].status, -1);
-    }
+TEST_F(AccessControlList, AFullListRefusesNewDevicesUntilTheLeastRecentlyTouchedIsEvicted) {
+    const std::string evicts = "del_acl_smallest_order_mac:3404 >> remove mac[a0:0b:00:00:00:";
+    const auto evict = [] { EXPECT_EQ(del_acl_smallest_order_mac(), 0); };
+    fill({65536, 70000}); // the free slots are no candidates
+    EXPECT_EQ(rig::standardOutput(evict), evicts + "00] order 65536\n");
+    fill(std::vector<int>(127, 65535));
+    EXPECT_EQ(is_acl_list_full(), 0);
+    set_mac_devName(macOf(127), "last");
+    ac_mac_list[5].order = ac_mac_list[6].order = ac_mac_list[127].order = 2;
+    EXPECT_EQ(rig::standardOutput([] { EXPECT_EQ(is_acl_list_full(), 1); }),
+              "is_acl_list_full:3384 >> mac list full!\n");
+    EXPECT_EQ(set_mac_status(macOf(128), 1), -1);
+    EXPECT_EQ(set_mac_devName(macOf(128), "x"), -1);
+    EXPECT_EQ(set_mac_connType(macOf(128), 1), -1);
+    EXPECT_EQ(set_mac_status(macOf(127), 0), 0);
+    EXPECT_EQ(rig::standardOutput(evict), evicts + "05] order 2\n");
+    EXPECT_EQ(describe(ac_mac_list[5]), "A00B0000007F 0 -1 2 last");
+    EXPECT_EQ(set_mac_status(macOf(128), 1), 0);
 }
 
 TEST_F(AccessControlList, TouchingGivesTheNextOrderAndTheCounterIsRescaledAtItsLimit) {

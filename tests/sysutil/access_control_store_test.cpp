@@ -3,17 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-class AccessControlStore : public DeviceLists {
-  protected:
-    static void saveDevices(int count) {
-        load();
-        for (int i = 0; i < count; ++i) {
-            set_mac_status(macOf(i), 1);
-            set_mac_devName(macOf(i), "n");
-        }
-        EXPECT_EQ(save_ac_mac_list(), 0);
-    }
-};
+class AccessControlStore : public DeviceLists {};
 
 TEST_F(AccessControlStore, EachKeyHasItsEncoding) {
     const ac_mac_entry entries[] = {{{1}, 0, "a:b.", 0, 0},        {{2}, 1, "", 0, 99999},
@@ -30,38 +20,37 @@ TEST_F(AccessControlStore, EachKeyHasItsEncoding) {
     EXPECT_EQ(rig::settingSaves(), 1);
 }
 
-TEST_F(AccessControlStore, TheNamesKeyBehindTheLastFullOneIsAlwaysWritten) {
-    for (const char *key : {"ac_dev_name0", "ac_dev_name1", "ac_dev_name2", "ac_mac_list3"})
-        rig::setSetting(key, "stale");
-    saveDevices(0);
-    EXPECT_EQ(rig::setting("ac_dev_name0") + rig::setting("ac_mac_list3"), "");
-    EXPECT_EQ(rig::setting("ac_dev_name1"), "stale");
-    saveDevices(14);
-    EXPECT_TRUE(rig::setting("ac_dev_name0").ends_with(":1:n:1:n."));
-    EXPECT_EQ(rig::setting("ac_dev_name1") + rig::setting("ac_dev_name2"), "stale");
-}
-
 TEST_F(AccessControlStore, NothingIsSavedOrLoadedPastTheTable) {
-    saveDevices(128);
+    for (int i = 0; i < 128; ++i)
+        set_mac_status(macOf(i), 1);
+    save_ac_mac_list();
     const std::string last = rig::setting("ac_mac_list3");
     EXPECT_EQ(last.size(), 480u);
     EXPECT_TRUE(last.ends_with(":A00B0000007F:9."));
     rig::setSetting("ac_mac_list3", last.substr(0, 479) + ":A00B00000080:1.");
     rig::setSetting("ac_mac_order3", rig::setting("ac_mac_order3") + "00001:");
-    rig::setSetting("ac_dev_name9", "1:n:1:n:1:n:1:n.");
+    rig::setSetting("ac_dev_name9", "1:n:1:n:1:n:1:n."); // for devices 126 to 129
     load();
     EXPECT_EQ(load_ac_devName_list(1000), 0);
     EXPECT_EQ(load_ac_devName_list(-1), 0);
     EXPECT_EQ(describe(ac_mac_list[127]), "A00B0000007F 1 -1 0 n");
 }
 
-TEST_F(AccessControlStore, AnUnknownConnectionIsLookedUpAgain) {
-    rig::setSetting("ac_mac_list0", "a00b00000001:8:A00B00000003:9:A00B00000004:4.");
-    rig::writeFile("/proc/net/attadev", "A0:0B:00:00:00:01 vlan1\n");
+TEST_F(AccessControlStore, AnUnknownConnectionIsThatOfTheFirstLineThatTells) {
+    rig::setSetting("ac_mac_list0", "a00b00000001:8:A00B00000002:9:A00B00000003:0:A00B00000004:4.");
+    const std::pair<const char *, int> rows[] = {
+        {"A0:0B:00:00:00:02 vlan1\na0:0b:00:00:00:01 vlan1\n", -1},
+        {"A0:0B:00:00:00:01 br0\nA0:0B:00:00:00:01 eth1\nA0:0B:00:00:00:01 vlan1\n", 0},
+        {"A0:0B:00:00:00:01 eth2\n", 0},
+        {"x A0:0B:00:00:00:01 eth1 vlan1\n", 1}};
     EXPECT_EQ(load(), "No ACL rule order defined! Init all rules order to 0!");
-    EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000001 0 1 0 ");
-    EXPECT_EQ(describe(ac_mac_list[1]), "A00B00000003 1 -1 0 ");
-    EXPECT_EQ(describe(ac_mac_list[2]), "A00B00000004 -1 -1 0 ");
+    EXPECT_EQ(describe(ac_mac_list[1]), "A00B00000002 1 -1 0 ");
+    EXPECT_EQ(describe(ac_mac_list[3]), "A00B00000004 -1 -1 0 ");
+    for (const auto &[devices, type] : rows) {
+        rig::writeFile("/proc/net/attadev", devices);
+        load();
+        EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000001 0 " + std::to_string(type) + " 0 ");
+    }
 }
 
 TEST_F(AccessControlStore, DamageEndsOnlyWhatItDamages) {
@@ -75,6 +64,7 @@ TEST_F(AccessControlStore, DamageEndsOnlyWhatItDamages) {
                 {three, "1:a:-1:b:1:c.", "00001:   -1:00003:", {3, 1, 1}},
                 {three, "1:a:9:b:1:c", "00001:xxxxx:00003:", {3, 2, 1}},
                 {three, "40:" + std::string(40, 'a') + ":1:b.", "00001:", {3, 2, 1}},
+                {three, "999:" + std::string(600, 'a'), "00001:", {3, 1, 1}},
                 {three, "1:a:2:  ", "00001:", {3, 1, 1}},
                 {three, "99999999999999999999:b:1:c", "00001:", {3, 1, 1}}};
     for (const auto &row : rows) {

@@ -24,6 +24,12 @@ TEST_F(IqosList, ADeviceIsAppendedOnceAndUpdatedAfterwards) {
     EXPECT_EQ(set(64, 1, "more"), -1);
     EXPECT_EQ(describe(iqos_dev_list[64]), "000000000000 -1 0 0 0 ");
     EXPECT_EQ(set(63, 1, "listed"), 0);
+    std::string name(33, '#');
+    EXPECT_EQ(get_iqos_devname(iqos_dev_list[4].mac, name.data()), -1);
+    EXPECT_EQ(name, std::string(33, '#'));
+    memset(iqos_dev_list[3].devName, 'n', 32);
+    EXPECT_EQ(get_iqos_devname(iqos_dev_list[3].mac, name.data()), 0);
+    EXPECT_EQ(name, std::string(32, 'n') + '\0');
 }
 
 TEST_F(IqosList, DeletingMovesTheLastEntryButForTheEndOfItsName) {
@@ -33,14 +39,4 @@ TEST_F(IqosList, DeletingMovesTheLastEntryButForTheEndOfItsName) {
     EXPECT_EQ(del_iqos_mac_entry(macOf(0)), 0);
     EXPECT_EQ(describe(iqos_dev_list[0]), "A00B00000001 1 4 5 6 " + std::string(28, 'm') + "ooo");
     EXPECT_EQ(describe(iqos_dev_list[1]), "000000000000 -1 0 0 0 ");
-}
-
-TEST_F(IqosList, ANameIsLookedForInTheFirstFourSlotsOnly) {
-    for (int i = 0; i < 5; ++i)
-        set(i, 1, std::string(32, 'n'));
-    std::string name(33, '#');
-    EXPECT_EQ(get_iqos_devname(macOf(4), name.data()), -1);
-    EXPECT_EQ(name, std::string(33, '#'));
-    EXPECT_EQ(get_iqos_devname(macOf(3), name.data()), 0);
-    EXPECT_EQ(name, std::string(32, 'n') + '\0');
 }

@@ -28,8 +28,9 @@ TEST_F(IqosStore, NothingIsSavedOrLoadedPastTheSettings) {
 }
 
 TEST_F(IqosStore, ACellWithoutAllItsValuesEndsTheList) {
-    for (const char *second : {"A00B00000001:1:07:2:", "A00B00000001:1:x7:2:3:", "",
-                               "A00B000000xx:1:07:2:3:", "1 2 3 4 5 6:9999999999"}) {
+    for (const char *second :
+         {"A00B00000001:1:07:2:", "A00B00000001:1:07:2:3", "A00B00000001:1:x7:2:3:", "",
+          "A00B000000xx:1:07:2:3:", "1 2 3 4 5 6:9999999999"}) {
         rig::setSetting("iqos_mac_list0", std::string("A00B00000000:1:07:2:3:") + second);
         load();
         EXPECT_EQ(describe(iqos_dev_list[0]), "A00B00000000 1 7 2 3 ");

@@ -15,17 +15,17 @@ constexpr char kNz[] = "DST,M09.04.00,M04.01.00";
 constexpr char kHalf[] = "DST,M03.02.00/00:01:00,M11.01.00/00:01:00";
 constexpr char kEu[] = "DST,M03.05.00,M10.05.00";
 
+std::string zoneText(const char *daylight, const char *withoutDates) {
+    rig::setSetting("schedule_daylightadjust", daylight);
+    rig::setSetting("time_zone_x", withoutDates);
+    EXPECT_EQ(sys_set_timezone(), 0);
+    const char *const text = getenv("TZ");
+    return text != nullptr ? text : "";
+}
+
 } // namespace
 
-class Timezone : public rig::Fixture {
-  protected:
-    static std::string zoneText(const char *daylightSwitch, const char *simple) {
-        rig::setSetting("schedule_daylightadjust", daylightSwitch);
-        rig::setSetting("time_zone_x", simple);
-        EXPECT_EQ(sys_set_timezone(), 0);
-        return getenv("TZ");
-    }
-};
+class Timezone : public rig::Fixture {};
 
 TEST_F(Timezone, EveryZoneHasItsTextsItsPositionAndItsKernelOffset) {
     const struct {
@@ -50,19 +50,21 @@ TEST_F(Timezone, EveryZoneHasItsTextsItsPositionAndItsKernelOffset) {
                 {"100", "-1", kEu, "18", -6000},   {"101", "-10", "-10", "18", -600},
                 {"-35", "+3:30", kHalf, "13", 210}};
     for (const auto &row : rows) {
+        SCOPED_TRACE(row.zone);
         rig::setSetting("time_zone", row.zone);
         const std::string standard = std::string("GMT") + row.standard;
         const bool dated = row.daylight[0] == 'D';
-        EXPECT_EQ(zoneText("1", "0"), (dated ? standard : "GMT") + row.daylight) << row.zone;
-        EXPECT_EQ(zoneText("1", "1"), dated ? standard + "DST,0,0" : getenv("TZ")) << row.zone;
-        EXPECT_EQ(zoneText("11", "1"), standard) << row.zone;
+        const std::string base = dated ? standard : "GMT";
+        EXPECT_EQ(zoneText("1", "0"), base + row.daylight);
+        EXPECT_EQ(zoneText("1", "1"), base + (dated ? "DST,0,0" : row.daylight));
+        EXPECT_EQ(zoneText("11", "1"), standard);
         setenv("TZ", "stale", 1);
         EXPECT_EQ(system_update_timezone(), 0);
         EXPECT_EQ(getenv("TZ"), standard);
-        EXPECT_EQ(rig::kernelMinutesWest, row.minutesWest) << row.zone;
+        EXPECT_EQ(rig::kernelMinutesWest, row.minutesWest);
         char position[3];
         EXPECT_EQ(getTimeZoneIndex(position), 0);
-        EXPECT_STREQ(position, row.position) << row.zone;
+        EXPECT_STREQ(position, row.position);
     }
     rig::setSetting("time_zone", "-2147483648");
     system_update_timezone();
@@ -76,29 +78,29 @@ TEST_F(Timezone, EveryZoneHasItsTextsItsPositionAndItsKernelOffset) {
 TEST_F(Timezone, AZoneGivenInHoursIsNormalisedAndStoredIfItDiffers) {
     const struct {
         const char *given, *text, *position; // no position: not stored
-    } rows[] = {
-        {"-3.5", "-35", "13"}, {"-3.50 h", "-35", ""}, {"+5.5", "+55", "30"},
-        {"+9.5", "+95", "36"}, {"-8", "-8", "4"},      {"+10.0", "+10.0", "39"},
-        {"14", "+13", "44"},   {"13.01", "+13", ""},   {"inf", "+13", ""},
-        {"1e30", "+13", ""},   {"-13", "-12", "0"},    {"-inf", "-12", ""},
-        {"5.5", "+6", "31"},   {"0.5", "+1", "19"},    {"-0.5", "-0", "18"},
-        {"nan", "nan", ""},    {"-1.5", "-0", ""},     {"-2.5", "--1", "18"},
-        {"-11.5", "--1", ""},  {"", "", ""},
-    };
+    } rows[] = {{"-3.5", "-35", "13"}, {"-3.50 h", "-35", ""},
+                {"+5.5", "+55", "30"}, {"+9.5", "+95", "36"},
+                {"-8", "-8", "4"},     {"+10.0", "+10.0", "39"},
+                {"14", "+13", "44"},   {"13.01", "+13", ""},
+                {"inf", "+13", ""},    {"1e30", "+13", ""},
+                {"-13", "-12", "0"},   {"-inf", "-12", ""},
+                {"5.5", "+6", "31"},   {"0.5", "+1", "19"},
+                {"-0.5", "-0", "18"},  {"nan", "nan", ""},
+                {"-1.5", "-0", ""},    {"-2.5", "--1", "18"},
+                {"-11.5", "--1", ""},  {"", "", ""}};
     for (const auto &row : rows) {
+        SCOPED_TRACE(row.given);
+        const std::string before = rig::setting("time_zone");
         rig::setSetting("timezone_index", "");
-        rig::setSetting("time_zone_state", "");
         std::vector<char> text(row.given, row.given + strlen(row.given) + 1);
         text.resize(std::max<std::size_t>(text.size(), 4)); // no more room than is promised
         const bool stored = row.position[0] != '\0';
-        EXPECT_EQ(set_timezone_to_nvram(text.data()), stored ? 1 : 0) << row.given;
-        EXPECT_STREQ(text.data(), row.text) << row.given;
-        EXPECT_EQ(rig::setting("timezone_index"), row.position) << row.given;
-        EXPECT_EQ(rig::setting("time_zone_state"), stored ? "AutoConfigured" : "") << row.given;
-        if (stored) {
-            EXPECT_EQ(rig::setting("time_zone"), row.text);
-        }
+        EXPECT_EQ(set_timezone_to_nvram(text.data()), stored ? 1 : 0);
+        EXPECT_STREQ(text.data(), row.text);
+        EXPECT_EQ(rig::setting("time_zone"), stored ? row.text : before);
+        EXPECT_EQ(rig::setting("timezone_index"), row.position);
     }
+    EXPECT_EQ(rig::setting("time_zone_state"), "AutoConfigured");
     EXPECT_EQ(set_timezone_to_nvram(nullptr), 0);
     for (const float value : {-13.0F, 5.5F, 100.0F})
         EXPECT_EQ(is_in_timezone_list(value), 0) << value;
