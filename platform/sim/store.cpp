@@ -13,8 +13,10 @@ namespace {
 constexpr const char *kDefaultDirectory = "/var/lib/router-nvram";
 constexpr std::size_t kLargestStore = std::size_t{64} << 20;
 
-// What was committed survives the process without a sync; save() asks for one.
-constexpr unsigned int kFlags = MDB_NOSYNC | MDB_NOMETASYNC | MDB_NOTLS;
+// A commit waits for its pages to be on permanent storage, not for the page that makes them the
+// newest: that follows with the next commit, or with save(). Without the first wait a loss of power
+// could leave pages of which none makes a whole store, and take what was saved along.
+constexpr unsigned int kFlags = MDB_NOMETASYNC | MDB_NOTLS;
 
 // This process's hold on the store. It is never closed: other threads may be in it.
 struct Environment {

@@ -2,7 +2,9 @@
 //
 // Results are 0 or a code that reason() puts into words. A change is seen by every process as soon
 // as it is committed. A process may die at any point: what it had committed stays, the rest never
-// happened, and it leaves no lock behind.
+// happened, and it leaves no lock behind. The machine may lose its power at any point: what was
+// saved stays, of later changes maybe the last one is undone. The price is that a commit waits for
+// the disk once (some milliseconds).
 #pragma once
 
 #include <cstddef>

@@ -6,13 +6,11 @@
 class Nat : public OwnStore {};
 
 TEST_F(Nat, TheWordStartsAtZeroAndIsSharedAsASetting) {
-    std::uint32_t word = 7;
-    inProcess([&word] {
+    inProcess([] {
+        std::uint32_t word = 7;
         EXPECT_EQ(agApi_feature_get(&word), 0);
         EXPECT_EQ(word, 0u);
         EXPECT_EQ(agApi_feature_set(0xfffffff8u), 0);
-    });
-    inProcess([&word] {
         EXPECT_EQ(agApi_feature_get(&word), 0);
         EXPECT_EQ(word, 0xfffffff8u);
         EXPECT_STREQ(kelpNvramConfig_get("agApi_feature"), "0xfffffff8");

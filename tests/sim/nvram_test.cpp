@@ -7,23 +7,25 @@
 #include <csignal>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
-static std::atomic<int> syncs;
-
-// LMDB's way to permanent storage.
-extern "C" int fdatasync(int descriptor) {
-    ++syncs;
-    return static_cast<int>(syscall(SYS_fdatasync, descriptor));
-}
-
 namespace {
 class Nvram : public OwnStore {};
+
+std::string contents(const std::filesystem::path &file) {
+    std::ostringstream bytes;
+    bytes << std::ifstream(file, std::ios::binary).rdbuf();
+    return bytes.str();
+}
+
+// What a loss of power cannot take any more, while a test asks for it.
+bool power_is_unsafe = false;
+std::string on_disk;
 
 int set(const std::string &name, const std::string &value) {
     return kelpNvramConfig_set(name.c_str(), value.c_str());
@@ -48,21 +50,14 @@ void expectWorkingStore() {
 }
 } // namespace
 
-TEST_F(Nvram, AnUnsetSettingIsEmptyAndAMatchIsExact) {
-    inProcess([] {
-        EXPECT_STREQ(kelpNvramConfig_get("name"), "");
-        EXPECT_EQ(kelpNvramConfig_match("name", ""), 1);
-        EXPECT_EQ(kelpNvramConfig_match("name", "1"), 0);
-        set("name", "10");
-        for (const char *other : {"", "1", "100", "10 "})
-            EXPECT_EQ(kelpNvramConfig_match("name", other), 0) << other;
-        EXPECT_EQ(kelpNvramConfig_match("name", "10"), 1);
-        EXPECT_EQ(set("name", ""), 0);
-        EXPECT_EQ(kelpNvramConfig_match("name", ""), 1);
-    });
+// LMDB's way to permanent storage.
+extern "C" int fdatasync(int descriptor) {
+    if (power_is_unsafe)
+        on_disk = contents("/proc/self/fd/" + std::to_string(descriptor));
+    return 0;
 }
 
-TEST_F(Nvram, NamesAndValuesAreTakenUpToTheirLimits) {
+TEST_F(Nvram, NamesAndValuesAreTakenUpToTheirLimitsAndMatchedExactly) {
     inProcess([] {
         const std::string name(511, 'n');
         const std::string value(65536, 'v');
@@ -79,6 +74,13 @@ TEST_F(Nvram, NamesAndValuesAreTakenUpToTheirLimits) {
         EXPECT_EQ(kelpNvramConfig_set("x", nullptr), -1);
         EXPECT_EQ(kelpNvramConfig_match(nullptr, ""), 0);
         EXPECT_EQ(kelpNvramConfig_match("x", nullptr), 0);
+
+        set("ten", "10");
+        for (const char *other : {"", "1", "100", "10 "})
+            EXPECT_EQ(kelpNvramConfig_match("ten", other), 0) << other;
+        EXPECT_EQ(kelpNvramConfig_match("ten", "10"), 1);
+        set("ten", "");
+        EXPECT_EQ(kelpNvramConfig_match("ten", ""), 1);
     });
 }
 
@@ -103,14 +105,12 @@ TEST_F(Nvram, ATextStaysValidUntilItsThreadHasRead16More) {
 
 TEST_F(Nvram, ProcessesSeeEachOthersChangesAtOnce) {
     const auto play = [](int first) {
-        for (int turn = first; turn < 400; turn += 2) {
-            while (get("turn") != std::to_string(turn))
+        for (int turn = first; turn < 200; turn += 2) {
+            while (get("turn") != std::string(turn, 'x'))
                 std::this_thread::yield();
-            EXPECT_EQ(set("turn", std::to_string(turn + 1)), 0);
-            EXPECT_NE(get("turn"), std::to_string(turn));
+            EXPECT_EQ(set("turn", std::string(turn + 1, 'x')), 0);
         }
     };
-    inProcess([] { set("turn", "0"); });
     const pid_t other = startProcess([&] { play(1); });
     inProcess([&] { play(0); });
     EXPECT_EQ(statusOf(other), 0);
@@ -146,7 +146,7 @@ TEST_F(Nvram, ProcessesKilledAtAnyMomentLoseNothingAndLeaveNoLock) {
     ASSERT_NE(shared, MAP_FAILED);
     auto *done = static_cast<std::atomic<int> *>(shared);
     std::mt19937 random(1);
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 25; ++round) {
         std::array<pid_t, kWriters> writers;
         for (int i = 0; i < kWriters; ++i)
             writers[i] = startProcess([&, i] { writeForever(std::to_string(i), done[i]); });
@@ -159,8 +159,7 @@ TEST_F(Nvram, ProcessesKilledAtAnyMomentLoseNothingAndLeaveNoLock) {
             for (int i = 0; i < kWriters; ++i) {
                 const std::string text = get(std::to_string(i));
                 const int stored = text.empty() ? 0 : std::stoi(text);
-                EXPECT_GE(stored, done[i]);
-                EXPECT_LE(stored, done[i] + 1);
+                EXPECT_TRUE(stored == done[i] || stored == done[i] + 1) << stored;
                 const std::size_t size = std::to_string(stored).size() + 1 + stored * 997 % 20000;
                 EXPECT_EQ(text.size(), stored > 0 ? size : 0);
                 done[i] = stored;
@@ -168,8 +167,43 @@ TEST_F(Nvram, ProcessesKilledAtAnyMomentLoseNothingAndLeaveNoLock) {
             expectWorkingStore();
         });
     }
-    EXPECT_GT(done[0] + done[1] + done[2], 100);
+    EXPECT_GT(done[0] + done[1] + done[2], 60);
     munmap(shared, 4096);
+}
+
+// Each page of the store may have reached the disk since the last sync, or not.
+static std::string afterLossOfPower(const std::string &now, std::mt19937 &random) {
+    constexpr std::size_t kPage = 4096;
+    std::string left = on_disk;
+    left.resize(now.size());
+    for (std::size_t at = 0; at < now.size(); at += kPage)
+        if (random() % 2 == 0)
+            left.replace(at, kPage, now, at, kPage);
+    return left;
+}
+
+TEST_F(Nvram, WhatWasSavedOutlivesALossOfPowerAtAnyLaterMoment) {
+    const auto value = [](int i) { return std::string(i * 150, static_cast<char>('a' + i)); };
+    inProcess([&] {
+        power_is_unsafe = true;
+        for (int i = 0; i < 26; ++i)
+            set(std::to_string(i), value(i));
+        kelpNvramConfig_save();
+        std::filesystem::create_directory(folder / "left");
+        std::mt19937 random(1);
+        for (int later = 0; later < 40; ++later) {
+            set("later " + std::to_string(later % 7), std::string(random() % 9000, 'x'));
+            std::ofstream(folder / "left" / "data.mdb", std::ios::binary)
+                << afterLossOfPower(contents(folder / "data.mdb"), random);
+            inProcess([&] {
+                power_is_unsafe = false;
+                setenv("NVRAM_DIR", (folder / "left").c_str(), 1);
+                for (int i = 0; i < 26; ++i)
+                    EXPECT_EQ(get(std::to_string(i)), value(i));
+                expectWorkingStore();
+            });
+        }
+    });
 }
 
 TEST_F(Nvram, KilledReadersLeaveRoomForTheNext) {
@@ -193,7 +227,7 @@ TEST_F(Nvram, AStoppedProcessDoesNotKeepOldValuesAlive) {
     int status = 0;
     ASSERT_EQ(waitpid(stopped, &status, WUNTRACED), stopped);
     inProcess([] {
-        for (int i = 0; i < 200; ++i)
+        for (int i = 0; i < 50; ++i)
             ASSERT_EQ(set("name", std::string(65536, static_cast<char>('a' + i % 26))), 0) << i;
     });
     kill(stopped, SIGKILL);
@@ -240,20 +274,6 @@ TEST_F(Nvram, AStoreOfOtherBytesIsRefusedAndLeftAsItIs) {
             byte = static_cast<char>(random());
         std::ofstream(folder / "data.mdb", std::ios::binary) << garbage;
         inProcess(expectNoStore);
-        EXPECT_EQ(std::filesystem::file_size(folder / "data.mdb"), size);
+        EXPECT_EQ(contents(folder / "data.mdb"), garbage);
     }
-    std::filesystem::remove(folder / "data.mdb");
-    std::ofstream(folder / "lock.mdb") << std::string(40000, '\xff');
-    inProcess(expectWorkingStore);
-}
-
-TEST_F(Nvram, OnlySavingWaitsForPermanentStorage) {
-    inProcess([] {
-        set("name", "value");
-        const int before = syncs;
-        set("name", "other");
-        EXPECT_EQ(syncs, before);
-        EXPECT_EQ(kelpNvramConfig_save(), 0);
-        EXPECT_EQ(syncs, before + 1);
-    });
 }
