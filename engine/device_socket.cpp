@@ -48,8 +48,8 @@ std::vector<std::uint8_t> encodeReply(const Reply &reply) {
                              .error = static_cast<std::uint32_t>(reply.error),
                              .output_length = static_cast<std::uint32_t>(reply.output.size())});
     if (reply.error == 0) {
-        append(bytes, reply.reportedLength.value_or(0));
         bytes.insert(bytes.end(), reply.output.begin(), reply.output.end());
+        append(bytes, reply.reportedLength.value_or(0));
     }
     return bytes;
 }

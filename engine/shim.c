@@ -183,10 +183,10 @@ static int receive_reply(int link, const struct forward_ioctl *header, int64_t d
         return EPROTO;
     if (reply.error != 0)
         return (int)reply.error;
-    error = receive_all(link, used, sizeof unasked, deadline);
+    error = receive_all(link, header->out, reply.output_length, deadline);
     if (error != 0)
         return error;
-    return receive_all(link, header->out, reply.output_length, deadline);
+    return receive_all(link, used, sizeof unasked, deadline);
 }
 
 static int forward(uint32_t number, const void *argument) {

@@ -3,8 +3,9 @@
  * connection:
  *
  *   shim:    wire_request, the caller's header (44 or 64 bytes), its input
- *   engine:  wire_reply, and on success the reported length (4 bytes) and the output
+ *   engine:  wire_reply, and on success the output and the reported length (4 bytes)
  *
+ * The length comes last: a caller whose output was cut short must not be told that it is there.
  * The header travels as the caller's memory holds it; it says how much input follows. All numbers
  * are little-endian.
  */

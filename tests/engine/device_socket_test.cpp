@@ -189,7 +189,7 @@ TEST_F(SocketDeviceTest, FailuresCarryTheirErrnoAndTouchNothing) {
 }
 
 TEST_F(SocketDeviceTest, BadAddressesFailAndTheEngineGoesOn) {
-    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, 1);
+    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
     start();
     std::vector<std::uint8_t> input(100);
     forward_ioctl good = header(IDPFW_NR_USER, 1);
@@ -264,7 +264,7 @@ TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
 }
 
 TEST_F(SocketDeviceTest, A32BitCallersHeaderIsServedInPieces) {
-    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, 1);
+    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
     start();
     std::vector<std::uint8_t> bytes(12 + 44);
     const wire_request request{WIRE_MARK, 0xC02CBF0A, 44};
@@ -281,7 +281,7 @@ TEST_F(SocketDeviceTest, A32BitCallersHeaderIsServedInPieces) {
     ASSERT_EQ(recv(link, reply.data(), reply.size(), MSG_WAITALL), 12 + 4 + 50);
     EXPECT_EQ(reply[4], 0) << "errno";
     EXPECT_EQ(reply[8], 50) << "output length";
-    EXPECT_EQ(reply[12], 50) << "used length";
+    EXPECT_EQ(reply[12 + 50], 50) << "used length, behind the output";
     close(link);
 }
 
@@ -305,7 +305,7 @@ TEST_F(SocketDeviceTest, AnEngineThatIsGoneOrMadIsAnErrorNotAHang) {
     const Case cases[] = {
         {{}, ENODEV},
         {{WIRE_MARK, 0}, ENODEV},
-        {{WIRE_MARK, 0, 4, 4}, ENODEV}, // output missing
+        {{WIRE_MARK, 0, 4, 4}, ENODEV}, // used length missing
         {{1, 0, 0, 0}, EPROTO},
         {{WIRE_MARK, 5000, 0}, EPROTO},   // no errno
         {{WIRE_MARK, 0, 11, 11}, EPROTO}, // more than asked for
@@ -321,6 +321,7 @@ TEST_F(SocketDeviceTest, AnEngineThatIsGoneOrMadIsAnErrorNotAHang) {
         });
         EXPECT_EQ(call(&asked, IDPFW_NR_USER), each.error);
         mad.join();
+        EXPECT_EQ(used_, 0U) << "nothing that was cut short counts as there";
     }
     close(listener);
     EXPECT_EQ(call(&asked, IDPFW_NR_USER), ENODEV) << "a socket without an engine";
