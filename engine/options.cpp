@@ -91,6 +91,16 @@ std::optional<std::uint32_t> parseNumber(const std::string &text) {
     return value;
 }
 
+// What is wrong with a word that is none of the options: getopt_long leaves in optopt the code of
+// the option that was given a value, or the letter of a short one, of which there are none.
+std::string refusal(const char *word) {
+    if (optopt == 0)
+        return std::string("unknown option '") + word + "'";
+    if (optopt <= kHelpCode)
+        return std::string("option '") + word + "' takes no value";
+    return std::string("unknown option '-") + static_cast<char>(optopt) + "'";
+}
+
 // The options as they come; what is wrong with the present one, or nothing.
 class Parser {
   public:
@@ -182,7 +192,7 @@ CommandLine parseCommandLine(int argc, char **argv) {
         if (code == kVersion)
             return {.options = {}, .leave = 0, .text = "idpfwd " IDPFWD_VERSION "\n"};
         if (code == '?')
-            return refuse(std::string("unknown option '") + word + "'");
+            return refuse(refusal(word));
         if (code == ':')
             return refuse(std::string("option '") + word + "' needs a value");
         const std::string wrong = parser.take(code, optarg != nullptr ? optarg : "");
