@@ -1,118 +1,79 @@
 #include "engine/database_files.h"
 
-#include "engine/database_writer.h"
-#include "engine/dhcp_devices.h"
+#include "common/file.h"
 
-#include <algorithm>
-#include <set>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace idpfwd {
 namespace {
 
-char loadable(char letter) {
-    if (letter == '0')
-        return 'O';
-    const auto code = static_cast<unsigned char>(letter);
-    const bool plain =
-        code >= ' ' && code < 0x7f && letter != '\\' && letter != ',' && letter != '"';
-    return plain ? letter : '_';
-}
-
-std::string spelled(std::string text, std::size_t most) {
-    if (text.size() > most)
-        text.resize(most);
-    std::transform(text.begin(), text.end(), text.begin(), loadable);
-    return text;
-}
-
-// A name that is not among the taken ones yet, and is from now on.
-std::string distinct(const std::string &wanted, std::set<std::string> &taken) {
-    const std::string whole = wanted.empty() ? "Unnamed" : wanted;
-    std::string name = spelled(whole, NameTable::kMaxName);
-    for (int number = 2; !taken.insert(name).second; number++) {
-        const std::string suffix = spelled(" " + std::to_string(number), NameTable::kMaxName);
-        name = spelled(whole, NameTable::kMaxName - suffix.size()) + suffix;
+bool writeAll(int descriptor, const std::string &text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno != EINTR)
+            return false;
+        written += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
-    return name;
-}
-
-void appendQuoted(std::string &line, std::string_view name) {
-    line += ",\"";
-    line += name;
-    line += '"';
-}
-
-std::string deviceLine(const DeviceKind &kind) {
-    const devid_os_detail &ids = kind.ids;
-    std::string line = std::to_string(ids.vendor_id);
-    for (const unsigned id : {ids.os_id, ids.class_id, ids.type_id, ids.dev_id, ids.family_id})
-        line += "," + std::to_string(id);
-    for (const std::string_view name :
-         {kind.vendor, kind.os, kind.deviceClass, kind.type, kind.device, kind.family})
-        appendQuoted(line, name);
-    return line + "\n";
+    return fchmod(descriptor, 0644) == 0 && fsync(descriptor) == 0;
 }
 
 } // namespace
 
-NameTable::NameTable(std::span<const NamedApplication> applications,
-                     std::span<const NamedCategory> categories) {
-    std::map<std::uint8_t, std::set<std::string>> taken;
-    for (const NamedApplication &named : applications) {
-        const Application &key = named.application;
-        applications_[key.category][key.id] = distinct(named.name, taken[key.category]);
-    }
-    std::set<std::string> takenCategories;
-    for (const NamedCategory &named : categories)
-        categories_[named.id] = distinct(named.name, takenCategories);
+void DatabaseTexts::addApplication(std::uint8_t cat_id, std::uint16_t app_id,
+                                   std::uint32_t behaviour, std::string_view name) {
+    applications += std::to_string(cat_id) + "," + std::to_string(app_id) + "," +
+                    std::to_string(behaviour) + "," + std::string(name) + "\n";
 }
 
-std::string NameTable::application(const Application &application) const {
-    const auto category = applications_.find(application.category);
-    if (category == applications_.end())
-        return "";
-    const auto name = category->second.find(application.id);
-    return name == category->second.end() ? "" : name->second;
+void DatabaseTexts::addCategory(std::uint8_t cat_id, std::string_view name) {
+    categories += std::to_string(cat_id) + "," + std::string(name) + "\n";
 }
 
-std::string NameTable::category(std::uint8_t id) const {
-    const auto name = categories_.find(id);
-    return name == categories_.end() ? "" : name->second;
+void DatabaseTexts::addDevice(const devid_os_detail &ids, const DeviceNames &names) {
+    for (const std::uint16_t id :
+         {ids.vendor_id, ids.os_id, ids.class_id, ids.type_id, ids.dev_id, ids.family_id})
+        devices += std::to_string(id) + ",";
+    for (const std::string &name : names)
+        devices += "\"" + name + "\",";
+    devices.back() = '\n';
 }
 
-std::string NameTable::applicationDatabase() const {
-    std::string text;
-    for (const auto &[category, applications] : applications_)
-        for (const auto &[id, name] : applications)
-            text += std::to_string(category) + "," + std::to_string(id) + ",0," + name + "\n";
-    return text;
-}
-
-std::string NameTable::categoryDatabase() const {
-    std::string text;
-    for (const auto &[id, name] : categories_)
-        text += std::to_string(id) + "," + name + "\n";
-    return text;
-}
-
-std::string deviceDatabase() {
-    std::string text;
-    for (const DeviceKind &kind : deviceKinds())
-        text += deviceLine(kind);
-    return text;
-}
-
-bool writeDatabases(const std::string &directory, const NameTable &names, std::string &error) {
-    const std::pair<const char *, std::string> files[] = {
-        {"bwdpi.app.db", names.applicationDatabase()},
-        {"bwdpi.cat.db", names.categoryDatabase()},
-        {"bwdpi.devdb.db", deviceDatabase()},
+bool writeDatabases(const std::string &directory, const DatabaseTexts &texts, std::string &error) {
+    const std::pair<const char *, const std::string &> files[] = {
+        {"bwdpi.app.db", texts.applications},
+        {"bwdpi.cat.db", texts.categories},
+        {"bwdpi.devdb.db", texts.devices},
     };
     for (const auto &[name, text] : files)
-        if (!writeDatabase(directory, name, text)) {
-            error = "cannot write " + directory + "/" + name;
+        if (!text.empty() && !writeWhole(directory, name, text)) {
+            error = "cannot write " + directory + "/" + name + ": " + strerror(errno);
             return false;
         }
+    return true;
+}
+
+bool writeWhole(const std::filesystem::path &directory, const std::string &name,
+                const std::string &text) {
+    std::error_code made;
+    std::filesystem::create_directories(directory, made); // opening says why if it failed
+    std::string temporary = directory / ("." + name + ".XXXXXX");
+    const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC));
+    if (!file)
+        return false;
+    if (!writeAll(file.get(), text) || rename(temporary.c_str(), (directory / name).c_str()) != 0) {
+        const int error = errno;
+        unlink(temporary.c_str());
+        errno = error;
+        return false;
+    }
+    const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    fsync(folder.get()); // the rename counts as done; a file system that cannot do this is fine
     return true;
 }
 

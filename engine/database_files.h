@@ -1,41 +1,40 @@
-// The engine's database files: what the ids in its tables are called, in the formats that the
-// loaders read.
+// The engine's database files: the formats that the loaders read, and files that other programs
+// read while they are being replaced.
 #pragma once
 
-#include "engine/ndpi_classifier.h"
+#include "dpi/usr_ioctl.h"
 
+#include <array>
 #include <cstdint>
-#include <map>
-#include <span>
+#include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace idpfwd {
 
-// The names of applications and categories as they come out of the loaders. A loader ends a name
-// at a backslash and at the digit 0, so a 0 is spelled with the letter O; no two applications of
-// a category, and no two categories, share a name.
-class NameTable {
-  public:
-    static constexpr std::size_t kMaxName = 63;
+// The lines of the three files. Names stand in them as they are given.
+struct DatabaseTexts {
+    // Of the devices' names: vendor, OS, class, type, device, family, as the identifiers.
+    using DeviceNames = std::array<std::string, 6>;
 
-    NameTable(std::span<const NamedApplication> applications,
-              std::span<const NamedCategory> categories);
+    void addApplication(std::uint8_t cat_id, std::uint16_t app_id, std::uint32_t behaviour,
+                        std::string_view name);
+    void addCategory(std::uint8_t cat_id, std::string_view name);
+    void addDevice(const devid_os_detail &ids, const DeviceNames &names);
 
-    // Empty when the database has no such line.
-    [[nodiscard]] std::string application(const Application &application) const;
-    [[nodiscard]] std::string category(std::uint8_t id) const;
-
-    [[nodiscard]] std::string applicationDatabase() const;
-    [[nodiscard]] std::string categoryDatabase() const;
-
-  private:
-    std::map<std::uint8_t, std::map<std::uint16_t, std::string>> applications_;
-    std::map<std::uint8_t, std::string> categories_;
+    std::string applications;
+    std::string categories;
+    std::string devices;
 };
 
-[[nodiscard]] std::string deviceDatabase();
+// Writes those of the three files that have a line into the directory. False, with the name of the
+// file that failed and the reason in error.
+bool writeDatabases(const std::string &directory, const DatabaseTexts &texts, std::string &error);
 
-// Writes all three into the directory. False, with the name of the file that failed in error.
-bool writeDatabases(const std::string &directory, const NameTable &names, std::string &error);
+// Writes directory/name so that a reader finds the old file or the whole new one, never a part:
+// temporary file beside it, rename. The directory is made if it is missing. False, with errno set
+// and the old file as it was, when that fails.
+bool writeWhole(const std::filesystem::path &directory, const std::string &name,
+                const std::string &text);
 
 } // namespace idpfwd

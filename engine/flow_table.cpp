@@ -47,7 +47,7 @@ std::size_t FlowKeyHash::operator()(const FlowKey &key) const {
                 value = value << 8 | address[octet];
             mix(value);
         }
-    mix(static_cast<std::uint64_t>(key.vlan) << 32 | key.ports[0] << 16 | key.ports[1]);
+    mix(std::uint64_t{key.vlan} << 32 | std::uint32_t{key.ports[0]} << 16 | key.ports[1]);
     mix(static_cast<std::uint64_t>(key.version) << 8 | key.protocol);
     return hash;
 }
@@ -112,8 +112,9 @@ void FlowTable::hold(Flow &flow, const Holding &holding) {
         flow.held.push_back(holding);
         return;
     }
-    // A device that was forgotten in between starts at 0.
-    if (same->stay != holding.stay)
+    // A device that was forgotten in between starts at 0. One for which there was no room until
+    // now brings what it had along.
+    if (same->stay != 0 && same->stay != holding.stay)
         same->traffic = {};
     same->stay = holding.stay;
     addTo(same->traffic, holding.traffic);

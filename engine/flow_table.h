@@ -16,17 +16,10 @@
 
 namespace idpfwd {
 
-// The time of a packet, by two clocks: seconds since the epoch for what is shown, and one that
-// never runs backwards for how long something has been idle.
-struct Moment {
-    std::uint32_t seconds = 1;
-    std::uint64_t milliseconds = 0;
-};
-
 // The traffic of one device in one flow.
 struct Holding {
     Mac mac{};
-    std::uint32_t stay = 0; // when the device came (its ts_create); 0 when it is no user
+    std::uint64_t stay = 0; // of the device in the tables; 0 when they had no room for it
     Traffic traffic;
 };
 
@@ -110,7 +103,8 @@ class FlowTable {
 
     Classifier &classifier_;
     Counter &counter_;
-    // Each list has the flow that has been idle longest at its front.
+    // Each list has a flow that has been idle longest at its front, give or take the few seconds
+    // that a flow was held before it was given up.
     std::array<Flows, kAges> ages_;
     std::unordered_map<FlowKey, Flows::iterator, FlowKeyHash> flows_;
     std::map<FragmentKey, FlowKey> fragments_;

@@ -1,6 +1,6 @@
 // idpfwd: serves a scenario's or a network's facts to the callers of "/dev/idpfw".
 #include "dpi/usr_ioctl.h"
-#include "engine/database_writer.h"
+#include "engine/database_files.h"
 #include "engine/device_socket.h"
 #include "engine/dump.h"
 #include "engine/loop.h"
@@ -88,7 +88,7 @@ void writeDump(const Options &options, const Source &source) {
         return;
     const std::filesystem::path file(options.dumpFile);
     const auto folder = file.has_parent_path() ? file.parent_path() : ".";
-    if (!writeDatabase(folder, file.filename(), dumpTables(source)))
+    if (!writeWhole(folder, file.filename(), dumpTables(source)))
         std::cerr << kTool << "cannot write " << options.dumpFile << ": " << strerror(errno)
                   << std::endl;
 }

@@ -55,15 +55,11 @@ std::unique_ptr<Classifier> Classifier::create() {
 }
 
 Classifier::FlowState Classifier::newFlow() const {
-    const std::size_t size = flowSize();
+    const std::size_t size = ndpi_detection_get_sizeof_ndpi_flow_struct();
     auto *flow = static_cast<ndpi_flow_struct *>(ndpi_flow_malloc(size));
     if (flow != nullptr)
         std::memset(flow, 0, size);
     return FlowState(flow);
-}
-
-std::size_t Classifier::flowSize() {
-    return ndpi_detection_get_sizeof_ndpi_flow_struct();
 }
 
 std::uint8_t Classifier::categoryOf(std::uint16_t id) const {

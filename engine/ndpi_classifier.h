@@ -57,9 +57,6 @@ class Classifier {
     [[nodiscard]] std::vector<NamedApplication> applications() const;
     [[nodiscard]] std::vector<NamedCategory> categories() const;
 
-    // Bytes that nDPI needs for each flow that is not settled.
-    static std::size_t flowSize();
-
   private:
     struct ModuleDeleter {
         void operator()(ndpi_detection_module_struct *module) const;

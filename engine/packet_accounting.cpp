@@ -86,21 +86,19 @@ bool PacketAccounting::isClient(const Mac &mac) const {
     return isDevice(mac) && mac != gateway_;
 }
 
-// When the device came, or 0 when the table has no room for it.
-std::uint32_t PacketAccounting::see(const Mac &mac, const Packet &packet) {
-    devid_user_entry *user = tables_.seeUser(mac, seconds_);
-    if (user == nullptr)
-        return 0;
-    if (mac == packet.source)
-        learn(packet, *user, seconds_);
-    return user->ts_create;
+// The device's stay, 0 when the tables have no room for it.
+std::uint64_t PacketAccounting::see(const Mac &mac, const Packet &packet) {
+    devid_user_entry *user = tables_.seeUser(mac, now_);
+    if (user != nullptr && mac == packet.source)
+        learn(packet, *user, now_.seconds);
+    return tables_.stay(mac);
 }
 
 void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const Moment &now) {
     Packet packet;
     if (!parseFrame(captured, packet))
         return;
-    seconds_ = now.seconds;
+    now_ = now;
     std::array<Holding, 2> concerned;
     std::size_t count = 0;
     if (isClient(packet.source))
@@ -119,20 +117,19 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
 
 // What was held for a device that has been forgotten since went with its rows.
 void PacketAccounting::count(const Holding &holding, const Application &application) {
-    const devid_user_entry *user = tables_.findUser(holding.mac);
-    const bool stayed = user != nullptr && user->ts_create == holding.stay;
-    if (stayed || holding.stay == 0)
+    if (holding.stay == 0 || holding.stay == tables_.stay(holding.mac))
         tables_.addTraffic(holding.mac, application.category, application.id, holding.traffic,
-                           seconds_);
+                           now_);
 }
 
 void PacketAccounting::advance(const Moment &now) {
-    seconds_ = now.seconds;
+    constexpr std::uint64_t kSweep = 1000;
+    now_ = now;
     flows_.expire(now.milliseconds);
-    if (now.seconds == lastSweep_)
+    if (now.milliseconds - lastSweep_ < kSweep)
         return;
-    lastSweep_ = now.seconds;
-    tables_.forgetUnseen(now.seconds, forgetSeconds_);
+    lastSweep_ = now.milliseconds;
+    tables_.forgetUnseen(now, forgetSeconds_);
 }
 
 } // namespace idpfwd

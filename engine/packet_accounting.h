@@ -34,13 +34,13 @@ class PacketAccounting : private FlowTable::Counter {
   private:
     void count(const Holding &holding, const Application &application) override;
     [[nodiscard]] bool isClient(const Mac &mac) const;
-    std::uint32_t see(const Mac &mac, const Packet &packet);
+    std::uint64_t see(const Mac &mac, const Packet &packet);
 
     Tables &tables_;
     std::optional<Mac> gateway_;
     std::uint32_t forgetSeconds_;
-    std::uint32_t seconds_ = 1; // what is counted is stamped with
-    std::uint32_t lastSweep_ = 0;
+    Moment now_; // what is counted is stamped with
+    std::uint64_t lastSweep_ = 0;
     FlowTable flows_;
 };
 

@@ -1,6 +1,6 @@
 #include "engine/packet_source.h"
 
-#include "engine/database_files.h"
+#include "engine/application_names.h"
 #include "engine/ndpi_classifier.h"
 #include "engine/packet_accounting.h"
 
@@ -254,7 +254,8 @@ Pcap activate(const std::string &name, std::string &error) {
     pcap_set_buffer_size(pcap.get(), kBuffer);
     const int result = pcap_activate(pcap.get());
     if (result < 0) {
-        error = name + ": " + pcap_statustostr(result) + " " + pcap_geterr(pcap.get());
+        const std::string kind = pcap_statustostr(result), detail = pcap_geterr(pcap.get());
+        error = name + ": " + kind + (detail.empty() || detail == kind ? "" : " (" + detail + ")");
         return nullptr;
     }
     if (result > 0)
@@ -275,7 +276,9 @@ std::unique_ptr<Classifier> prepare(const PacketOptions &options, std::optional<
         return nullptr;
     }
     names.emplace(classifier->applications(), classifier->categories());
-    return writeDatabases(options.databases, *names, error) ? std::move(classifier) : nullptr;
+    if (!writeDatabases(options.databases, names->databases(), error))
+        return nullptr;
+    return classifier;
 }
 
 } // namespace
@@ -297,7 +300,8 @@ std::unique_ptr<Source> openCapture(const PacketOptions &options, std::string &e
     char reason[PCAP_ERRBUF_SIZE] = "";
     Pcap pcap(pcap_open_offline(options.name.c_str(), reason));
     if (!pcap) {
-        error = options.name + ": " + reason;
+        const std::string named = options.name + ": ";
+        error = std::string_view(reason).starts_with(named) ? reason : named + reason;
         return nullptr;
     }
     std::optional<NameTable> names;

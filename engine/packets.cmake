@@ -1,7 +1,7 @@
 # The sources that read packets, from an interface or a capture file.
 add_library(
   idpfwd_packets STATIC
-  database_files.cpp
+  application_names.cpp
   dhcp.cpp
   dhcp_devices.cpp
   flow_table.cpp

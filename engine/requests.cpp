@@ -16,6 +16,10 @@ std::vector<std::uint8_t> bytesOf(const std::vector<Record> &records) {
     return {first, first + records.size() * sizeof(Record)};
 }
 
+bool asksForRows(const Request &request) {
+    return request.nr == IDPFW_NR_APP && request.op == kOpRows;
+}
+
 Reply answer(const Request &request, Source &source) {
     if (auto reply = source.answer(request))
         return *std::move(reply);
@@ -28,10 +32,6 @@ Reply answer(const Request &request, Source &source) {
 
 bool asksForUsers(const Request &request) {
     return request.nr == IDPFW_NR_USER && request.op == kOpUsers;
-}
-
-bool asksForRows(const Request &request) {
-    return request.nr == IDPFW_NR_APP && request.op == kOpRows;
 }
 
 std::optional<Reply> tableReply(const Request &request, const Tables &tables) {

@@ -10,11 +10,9 @@
 
 namespace idpfwd {
 
-// The group and operation of the two requests that the tables answer.
 [[nodiscard]] bool asksForUsers(const Request &request);
-[[nodiscard]] bool asksForRows(const Request &request);
 
-// The tables' own answer to these two; nothing for any other request.
+// The tables' own answer: the user list or the application rates; nothing for any other request.
 std::optional<Reply> tableReply(const Request &request, const Tables &tables);
 
 // 0 when the request can be served, else the errno that it fails with: ENOTTY for a number that is

@@ -1,6 +1,6 @@
 #include "engine/scenario.h"
 
-#include "engine/database_writer.h"
+#include "engine/database_files.h"
 #include "engine/requests.h"
 #include "engine/scenario_replies.h"
 
@@ -18,11 +18,6 @@ namespace {
 
 constexpr std::uint32_t kMaxUid = 255;
 constexpr std::size_t kMaxApplications = 65536;
-
-std::uint32_t rowKey(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id) {
-    return static_cast<std::uint32_t>(uid) << 24 | static_cast<std::uint32_t>(cat_id) << 16 |
-           app_id;
-}
 
 std::uint32_t moment() {
     return static_cast<std::uint32_t>(time(nullptr));
@@ -49,6 +44,17 @@ void set(devid_app_rate_entry &row, const Traffic &traffic) {
     row.up_accl_byte = traffic.up_bytes;
     row.down_accl_pkt = traffic.down_packets;
     row.up_accl_pkt = traffic.up_packets;
+}
+
+DatabaseTexts databaseTexts(const ScenarioScript &script) {
+    DatabaseTexts texts;
+    for (const ApplicationName &known : script.applications)
+        texts.addApplication(known.cat_id, known.app_id, known.behaviour, known.name);
+    for (const auto &[id, name] : script.categories)
+        texts.addCategory(id, name);
+    for (const auto &[key, device] : script.devices)
+        texts.addDevice(device.ids, device.names);
+    return texts;
 }
 
 } // namespace
@@ -98,7 +104,7 @@ void Scenario::work() {
     records.reserve(users_.size());
     for (const User &user : users_)
         records.push_back(user.record);
-    tables.replace(std::move(records), rows_);
+    tables.replace(std::move(records), rows_.all());
 }
 
 // Times are kept as planned, so that a late turn does not delay all that follows.
@@ -117,8 +123,7 @@ void Scenario::apply(const Step &step) {
     const std::uint32_t now = moment();
     if (step.clear) {
         users_.clear();
-        rows_.clear();
-        rowIndex_.clear();
+        rows_.assign({});
         rules_.clear();
     }
     for (const UserChange &change : step.users)
@@ -151,7 +156,7 @@ void Scenario::removeUser(const std::string &name) {
     if (user == nullptr)
         return;
     const std::uint8_t uid = user->record.uid;
-    eraseRows([&](const devid_app_rate_entry &entry) { return entry.uid == uid; });
+    rows_.eraseIf([&](const devid_app_rate_entry &entry) { return entry.uid == uid; });
     std::erase_if(users_, [&](const User &known) { return known.name == name; });
 }
 
@@ -172,23 +177,8 @@ void Scenario::applyUser(const UserChange &change, std::uint32_t now) {
 }
 
 devid_app_rate_entry &Scenario::row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id) {
-    const auto [place, fresh] = rowIndex_.try_emplace(rowKey(uid, cat_id, app_id), rows_.size());
-    if (fresh) {
-        devid_app_rate_entry entry{};
-        entry.uid = uid;
-        entry.cat_id = cat_id;
-        entry.app_id = app_id;
-        rows_.push_back(entry);
-    }
-    return rows_[place->second];
-}
-
-void Scenario::eraseRows(const std::function<bool(const devid_app_rate_entry &)> &doomed) {
-    if (std::erase_if(rows_, doomed) == 0)
-        return;
-    rowIndex_.clear();
-    for (std::size_t i = 0; i < rows_.size(); ++i)
-        rowIndex_.emplace(rowKey(rows_[i].uid, rows_[i].cat_id, rows_[i].app_id), i);
+    devid_app_rate_entry *known = rows_.find(uid, cat_id, app_id);
+    return known != nullptr ? *known : rows_.add(uid, cat_id, app_id);
 }
 
 // A change for a user who is not there (any more) has no row to go to.
@@ -204,9 +194,7 @@ void Scenario::applyTraffic(const TrafficChange &change, std::uint32_t now) {
     }
     if (change.verb == TrafficVerb::kRemove) {
         const std::uint32_t key = rowKey(uid, change.cat_id, change.app_id);
-        eraseRows([&](const devid_app_rate_entry &entry) {
-            return rowKey(entry.uid, entry.cat_id, entry.app_id) == key;
-        });
+        rows_.eraseIf([&](const devid_app_rate_entry &entry) { return rowKey(entry) == key; });
         return;
     }
     devid_app_rate_entry &entry = row(uid, change.cat_id, change.app_id);
@@ -233,7 +221,7 @@ void Scenario::dropShiftedOut(const Generator &generator) {
         if (const User *user = findUser(generatedName(before + generator.userShift + i)))
             generated.set(user->record.uid);
     }
-    eraseRows([&](const devid_app_rate_entry &entry) {
+    rows_.eraseIf([&](const devid_app_rate_entry &entry) {
         return generated[entry.uid] && entry.cat_id == generator.category && gone[entry.app_id];
     });
 }
@@ -301,55 +289,6 @@ std::string Scenario::applicationName(std::uint8_t cat_id, std::uint16_t app_id)
     return "";
 }
 
-namespace {
-
-std::string applicationDatabase(const ScenarioScript &script) {
-    std::string text;
-    for (const ApplicationName &known : script.applications)
-        text += std::to_string(known.cat_id) + "," + std::to_string(known.app_id) + "," +
-                std::to_string(known.behaviour) + "," + known.name + "\n";
-    return text;
-}
-
-std::string categoryDatabase(const ScenarioScript &script) {
-    std::string text;
-    for (const auto &[id, name] : script.categories)
-        text += std::to_string(id) + "," + name + "\n";
-    return text;
-}
-
-std::string deviceDatabase(const ScenarioScript &script) {
-    std::string text;
-    for (const auto &[key, device] : script.devices) {
-        const devid_os_detail &ids = device.ids;
-        for (const std::uint16_t id :
-             {ids.vendor_id, ids.os_id, ids.class_id, ids.type_id, ids.dev_id, ids.family_id})
-            text += std::to_string(id) + ",";
-        for (std::size_t i = 0; i < device.names.size(); ++i)
-            text += (i > 0 ? ",\"" : "\"") + device.names[i] + "\"";
-        text += "\n";
-    }
-    return text;
-}
-
-// A file is written when the scenario names something that goes into it.
-bool writeNames(const ScenarioScript &script, const std::string &directory, std::string &error) {
-    const std::pair<const char *, std::string> files[] = {
-        {"bwdpi.app.db", applicationDatabase(script)},
-        {"bwdpi.cat.db", categoryDatabase(script)},
-        {"bwdpi.devdb.db", deviceDatabase(script)},
-    };
-    for (const auto &[name, text] : files) {
-        if (!text.empty() && !writeDatabase(directory, name, text)) {
-            error = "cannot write " + directory + "/" + name + ": " + strerror(errno);
-            return false;
-        }
-    }
-    return true;
-}
-
-} // namespace
-
 std::unique_ptr<Source> openScenario(const std::string &file, const std::string &databases,
                                      std::string &error) {
     std::ifstream in(file, std::ios::binary);
@@ -360,7 +299,7 @@ std::unique_ptr<Source> openScenario(const std::string &file, const std::string 
     }
     try {
         ScenarioScript script = parseScenario(text);
-        if (!writeNames(script, databases, error))
+        if (!writeDatabases(databases, databaseTexts(script), error))
             return nullptr;
         return std::make_unique<Scenario>(std::move(script));
     } catch (const std::runtime_error &wrong) {

@@ -1,14 +1,13 @@
 // A source that plays a scenario file: repeatable facts instead of packets.
 #pragma once
 
+#include "engine/row_table.h"
 #include "engine/scenario_script.h"
 #include "engine/source.h"
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 namespace idpfwd {
 
@@ -48,7 +47,6 @@ class Scenario final : public Source {
     void removeUser(const std::string &name);
     [[nodiscard]] std::uint8_t lowestFreeUid() const;
     devid_app_rate_entry &row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id);
-    void eraseRows(const std::function<bool(const devid_app_rate_entry &)> &doomed);
 
     ScenarioScript script_;
     Clock::time_point start_ = Clock::now();
@@ -58,8 +56,7 @@ class Scenario final : public Source {
     std::uint64_t lastRequest_ = 0;
     std::uint64_t requests_ = 0; // for the user list, so far
     std::vector<User> users_;
-    std::vector<devid_app_rate_entry> rows_;
-    std::unordered_map<std::uint32_t, std::size_t> rowIndex_;
+    RowTable rows_;
     std::vector<ReplyRule> rules_;
 };
 

@@ -1,6 +1,7 @@
 // A scenario file, checked and ready to be played.
 #pragma once
 
+#include "engine/database_files.h"
 #include "engine/tables.h"
 
 #include <cstdint>
@@ -81,7 +82,7 @@ struct ApplicationName {
 
 struct DeviceType {
     devid_os_detail ids{};
-    std::array<std::string, 6> names; // vendor, OS, class, type, device, family
+    DatabaseTexts::DeviceNames names;
 };
 
 struct ScenarioScript {

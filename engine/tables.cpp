@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace idpfwd {
 namespace {
@@ -9,11 +10,6 @@ namespace {
 // How many refused devices and pairs are remembered, so that each is counted once: more of them
 // (a neighbour that makes addresses up) still count with their packets and bytes.
 constexpr std::size_t kMaxRefused = 16384;
-
-std::uint32_t rowKey(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id) {
-    return static_cast<std::uint32_t>(uid) << 24 | static_cast<std::uint32_t>(cat_id) << 16 |
-           app_id;
-}
 
 std::uint8_t uidOfKey(std::uint32_t key) {
     return static_cast<std::uint8_t>(key >> 24);
@@ -23,8 +19,13 @@ bool hasMac(const devid_user_entry &user, const Mac &mac) {
     return memcmp(user.mac, mac.data(), mac.size()) == 0;
 }
 
-bool unseenSince(std::uint32_t seen, std::uint32_t now, std::uint32_t seconds) {
-    return now > seen && now - seen > seconds;
+bool unseen(std::uint64_t seen, const Moment &now, std::uint32_t seconds) {
+    return now.milliseconds - seen > std::uint64_t{seconds} * 1000;
+}
+
+// A counter that starts again would be read as one that has run backwards.
+std::uint32_t sumOfPackets(std::uint32_t counted, std::uint32_t more) {
+    return counted + std::min(more, std::numeric_limits<std::uint32_t>::max() - counted);
 }
 
 } // namespace
@@ -53,18 +54,19 @@ std::uint8_t Tables::freeUid() {
     return lastUid_;
 }
 
-void Tables::refuseUser(const Mac &mac, std::uint32_t now) {
+void Tables::refuseUser(const Mac &mac, const Moment &now) {
     if (const auto known = refused_.find(mac); known != refused_.end()) {
-        known->second = now;
+        known->second = now.milliseconds;
     } else if (refused_.size() < kMaxRefused) {
-        refused_.emplace(mac, now);
+        refused_.emplace(mac, now.milliseconds);
         ++overflow_.users;
     }
 }
 
-devid_user_entry *Tables::seeUser(const Mac &mac, std::uint32_t now) {
+devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now) {
     if (devid_user_entry *known = findUser(mac)) {
-        known->ts = now;
+        known->ts = now.seconds;
+        presence_[known->uid].seen = now.milliseconds;
         return known;
     }
     if (users_.size() >= kMaxUsers) {
@@ -75,36 +77,38 @@ devid_user_entry *Tables::seeUser(const Mac &mac, std::uint32_t now) {
     devid_user_entry user{};
     user.uid = freeUid();
     std::copy(mac.begin(), mac.end(), user.mac);
-    user.ts = now;
-    user.ts_create = now;
+    user.ts = now.seconds;
+    user.ts_create = now.seconds;
     user.available = 1;
     users_.push_back(user);
+    presence_[user.uid] = {.stay = ++stays_, .seen = now.milliseconds};
     return &users_.back();
 }
 
+std::uint64_t Tables::stay(const Mac &mac) {
+    const devid_user_entry *user = findUser(mac);
+    return user != nullptr ? presence_[user->uid].stay : 0;
+}
+
 devid_app_rate_entry *Tables::row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id) {
+    if (devid_app_rate_entry *known = rows_.find(uid, cat_id, app_id))
+        return known;
     const std::uint32_t key = rowKey(uid, cat_id, app_id);
-    if (const auto found = rowIndex_.find(key); found != rowIndex_.end())
-        return &rows_[found->second];
-    if (rows_.size() >= kMaxRows) {
+    if (rows_.all().size() >= kMaxRows) {
         if (refusedRows_.size() < kMaxRefused && refusedRows_.insert(key).second)
             ++overflow_.rows;
         return nullptr;
     }
     refusedRows_.erase(key);
-    devid_app_rate_entry entry{};
-    entry.uid = uid;
-    entry.cat_id = cat_id;
-    entry.app_id = app_id;
-    entry.available = 1;
-    rowIndex_.emplace(key, rows_.size());
-    rows_.push_back(entry);
-    return &rows_.back();
+    return &rows_.add(uid, cat_id, app_id);
 }
 
+// Counting late does not count as seeing: what was held may be older than the device's last frame.
 void Tables::addTraffic(const Mac &mac, std::uint8_t cat_id, std::uint16_t app_id,
-                        const Traffic &traffic, std::uint32_t now) {
-    const devid_user_entry *user = seeUser(mac, now);
+                        const Traffic &traffic, const Moment &now) {
+    const devid_user_entry *user = findUser(mac);
+    if (user == nullptr)
+        user = seeUser(mac, now);
     devid_app_rate_entry *entry = user != nullptr ? row(user->uid, cat_id, app_id) : nullptr;
     if (entry == nullptr) {
         overflow_.packets += std::uint64_t{traffic.down_packets} + traffic.up_packets;
@@ -113,55 +117,36 @@ void Tables::addTraffic(const Mac &mac, std::uint8_t cat_id, std::uint16_t app_i
     }
     entry->down_accl_byte += traffic.down_bytes;
     entry->up_accl_byte += traffic.up_bytes;
-    entry->down_accl_pkt += traffic.down_packets;
-    entry->up_accl_pkt += traffic.up_packets;
-    entry->last_elapsed_ts = std::max<std::uint32_t>(now, 1); // 0 would say "never"
+    entry->down_accl_pkt = sumOfPackets(entry->down_accl_pkt, traffic.down_packets);
+    entry->up_accl_pkt = sumOfPackets(entry->up_accl_pkt, traffic.up_packets);
+    entry->last_elapsed_ts = std::max<std::uint32_t>(now.seconds, 1); // 0 would say "never"
 }
 
 void Tables::dropRows(const std::bitset<256> &uids) {
     if (uids.none())
         return;
-    std::erase_if(rows_, [&](const auto &entry) { return uids[entry.uid]; });
+    rows_.eraseIf([&](const auto &entry) { return uids[entry.uid]; });
     std::erase_if(refusedRows_, [&](std::uint32_t key) { return uids[uidOfKey(key)]; });
-    indexRows();
 }
 
-void Tables::indexRows() {
-    rowIndex_.clear();
-    rowIndex_.reserve(rows_.size());
-    for (std::size_t i = 0; i < rows_.size(); ++i)
-        rowIndex_.emplace(rowKey(rows_[i].uid, rows_[i].cat_id, rows_[i].app_id), i);
-}
-
-void Tables::forgetUnseen(std::uint32_t now, std::uint32_t seconds) {
+void Tables::forgetUnseen(const Moment &now, std::uint32_t seconds) {
     std::erase_if(refused_,
-                  [&](const auto &device) { return unseenSince(device.second, now, seconds); });
+                  [&](const auto &device) { return unseen(device.second, now, seconds); });
     std::bitset<256> gone;
     std::erase_if(users_, [&](const devid_user_entry &user) {
-        const bool unseen = unseenSince(user.ts, now, seconds);
-        if (unseen)
+        const bool forgotten = unseen(presence_[user.uid].seen, now, seconds);
+        if (forgotten)
             gone.set(user.uid);
-        return unseen;
+        return forgotten;
     });
     dropRows(gone);
 }
 
-void Tables::forget(const Mac &mac) {
-    refused_.erase(mac);
-    const auto found = std::find_if(users_.begin(), users_.end(),
-                                    [&](const auto &user) { return hasMac(user, mac); });
-    if (found == users_.end())
-        return;
-    dropRows(std::bitset<256>{}.set(found->uid));
-    users_.erase(found);
-}
-
 void Tables::replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows) {
     users_ = std::move(users);
-    rows_ = std::move(rows);
+    rows_.assign(std::move(rows));
     refused_.clear();
     refusedRows_.clear();
-    indexRows();
 }
 
 } // namespace idpfwd

@@ -1,7 +1,7 @@
 // What the engine knows: the client devices and, for each, the traffic of each application.
 #pragma once
 
-#include "dpi/usr_ioctl.h"
+#include "engine/row_table.h"
 
 #include <array>
 #include <bitset>
@@ -9,12 +9,18 @@
 #include <cstdint>
 #include <map>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 namespace idpfwd {
 
 using Mac = std::array<std::uint8_t, 6>;
+
+// The time by two clocks: seconds since the epoch for what is shown, and one that never runs
+// backwards and is never set for how long something has been idle.
+struct Moment {
+    std::uint32_t seconds = 1;
+    std::uint64_t milliseconds = 0;
+};
 
 // Limits of the tables that callers read: one slot less than their buffers have.
 constexpr std::size_t kMaxUsers = IDPFW_USER_SLOTS - 1;
@@ -39,45 +45,50 @@ struct Traffic {
 
 class Tables {
   public:
-    // Notes that the device is there at this moment (seconds since the epoch), adding it if it is
-    // new. The record can be filled further (addresses, host name, identity); it is valid until
-    // the next call. Null when the table is full: counted as overflow.
-    devid_user_entry *seeUser(const Mac &mac, std::uint32_t now);
+    // Notes that the device is there at this moment, adding it if it is new. The record can be
+    // filled further (addresses, host name, identity); it is valid until the next call. Null when
+    // the table is full: counted as overflow.
+    devid_user_entry *seeUser(const Mac &mac, const Moment &now);
 
     // The record of a known device, or null.
     devid_user_entry *findUser(const Mac &mac);
 
+    // A number for this stay of a device that no other stay has; 0 when it is not known.
+    std::uint64_t stay(const Mac &mac);
+
     // Adds to the counters of one application of a device, seen now if it was not known. What does
-    // not fit is counted as overflow.
+    // not fit is counted as overflow. Counters of packets stop at their largest value.
     void addTraffic(const Mac &mac, std::uint8_t cat_id, std::uint16_t app_id,
-                    const Traffic &traffic, std::uint32_t now);
+                    const Traffic &traffic, const Moment &now);
 
     // Drops the devices that were not seen for more than the given seconds, with their rows.
-    void forgetUnseen(std::uint32_t now, std::uint32_t seconds);
-
-    // Drops one device with its rows.
-    void forget(const Mac &mac);
+    void forgetUnseen(const Moment &now, std::uint32_t seconds);
 
     // Replaces everything, records as given (a scenario may break every rule on purpose).
     void replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows);
 
     [[nodiscard]] const std::vector<devid_user_entry> &users() const { return users_; }
-    [[nodiscard]] const std::vector<devid_app_rate_entry> &rows() const { return rows_; }
+    [[nodiscard]] const std::vector<devid_app_rate_entry> &rows() const { return rows_.all(); }
     [[nodiscard]] const Overflow &overflow() const { return overflow_; }
 
   private:
+    struct Presence {
+        std::uint64_t stay = 0;
+        std::uint64_t seen = 0; // last, in a moment's milliseconds
+    };
+
     std::uint8_t freeUid();
-    void refuseUser(const Mac &mac, std::uint32_t now);
+    void refuseUser(const Mac &mac, const Moment &now);
     devid_app_rate_entry *row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id);
     void dropRows(const std::bitset<256> &uids);
-    void indexRows();
 
     std::vector<devid_user_entry> users_;
-    std::vector<devid_app_rate_entry> rows_;
-    std::unordered_map<std::uint32_t, std::size_t> rowIndex_; // uid, category, application -> row
-    std::map<Mac, std::uint32_t> refused_; // devices that did not fit -> last seen
-    std::set<std::uint32_t> refusedRows_;  // pairs that did not fit, keyed as rowIndex_
+    std::array<Presence, 256> presence_; // of each user, by uid
+    RowTable rows_;
+    std::map<Mac, std::uint64_t> refused_; // devices that did not fit -> last seen
+    std::set<std::uint32_t> refusedRows_;  // pairs that did not fit, by rowKey
     std::uint8_t lastUid_ = 0;
+    std::uint64_t stays_ = 0;
     Overflow overflow_;
 };
 

@@ -1,5 +1,5 @@
-// The command line, the database writer and the dump.
-#include "engine/database_writer.h"
+// The command line, the files and the dump.
+#include "engine/database_files.h"
 #include "engine/dump.h"
 #include "engine/options.h"
 #include "engine/scenario.h"
@@ -56,7 +56,8 @@ TEST(Options, BadUsageSaysWhatIsWrong) {
         {{"--interface", "a", "--gateway-mac", "02:00:00:00:00:0x"}, "no MAC address"},
         {{"--interface", "a", "--gateway-mac", "02-00-00-00-00-01"}, "no MAC address"},
         {{"--nothing"}, "unknown option '--nothing'"},
-        {{"-x"}, "unknown option '-x'"},
+        {{"-xy"}, "unknown option '-x'"},
+        {{"--fast=1"}, "'--fast=1' takes no value"},
     };
     for (const auto &[words, reason] : cases) {
         const CommandLine line = parse(words);
@@ -67,11 +68,11 @@ TEST(Options, BadUsageSaysWhatIsWrong) {
     EXPECT_THAT(parse({"--version"}).text, testing::StartsWith("idpfwd "));
 }
 
-TEST(DatabaseWriter, ReplacesAFileAsAWholeAndLeavesNothingBeside) {
+TEST(DatabaseFiles, ReplacesAFileAsAWholeAndLeavesNothingBeside) {
     const Scratch scratch;
     const auto folder = scratch.path() / "new" / "folder";
-    ASSERT_TRUE(writeDatabase(folder, "a.db", "one\n"));
-    ASSERT_TRUE(writeDatabase(folder, "a.db", "two\n"));
+    ASSERT_TRUE(writeWhole(folder, "a.db", "one\n"));
+    ASSERT_TRUE(writeWhole(folder, "a.db", "two\n"));
     EXPECT_EQ(scratch.read("new/folder/a.db"), "two\n");
     EXPECT_EQ(scratch.names("new/folder"), std::vector<std::string>{"a.db"});
     using std::filesystem::perms;
@@ -79,10 +80,9 @@ TEST(DatabaseWriter, ReplacesAFileAsAWholeAndLeavesNothingBeside) {
               perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
 
     std::filesystem::create_directories(folder / "b.db" / "in the way");
-    EXPECT_FALSE(writeDatabase(folder, "b.db", "x"));
+    EXPECT_FALSE(writeWhole(folder, "b.db", "x"));
     EXPECT_EQ(scratch.names("new/folder").size(), 2U);
-    EXPECT_FALSE(writeDatabase(folder / "a.db", "c.db", "x"))
-        << "a file where the folder should be";
+    EXPECT_FALSE(writeWhole(folder / "a.db", "c.db", "x")) << "a file where the folder should be";
 }
 
 TEST(Dump, IsValidJsonWithExactNumbersWhateverTheNamesHold) {

@@ -103,21 +103,5 @@ TEST(PacketTest, LeavesEthernetsPaddingOut) {
     EXPECT_EQ(packet.payload.size(), 100u);
 }
 
-TEST(PacketTest, NamesTheSenderOfAnArpMessageOnlyWhenItSentItItself) {
-    const Bytes head = {0, 1, 8, 0, 6, 4, 0, 1};
-    const Bytes own = head + Bytes(kPhone.begin(), kPhone.end()) + kFrom + Bytes(10, 0);
-    const Bytes other = head + Bytes(kRouter.begin(), kRouter.end()) + kFrom + Bytes(10, 0);
-    const std::array<std::uint8_t, 4> none = {}, address = {192, 168, 1, 11};
-    const auto senderOf = [](const Bytes &message) {
-        const Bytes frame = fromPhone(0x0806, message);
-        Packet packet;
-        EXPECT_TRUE(parseFrame(frame, packet));
-        return arpSender(packet);
-    };
-    EXPECT_EQ(senderOf(own), address);
-    EXPECT_EQ(senderOf(other), none);
-    EXPECT_EQ(senderOf(Bytes(own.begin(), own.begin() + 27)), none);
-}
-
 } // namespace
 } // namespace idpfwd

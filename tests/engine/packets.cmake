@@ -11,7 +11,7 @@ add_custom_target(home_capture DEPENDS ${capture_dir}/home.pcap)
 
 add_executable(
   packets_test
-  database_files_test.cpp
+  application_names_test.cpp
   dhcp_test.cpp
   packet_accounting_test.cpp
   packet_source_test.cpp

@@ -28,7 +28,7 @@ constexpr CallerHeader kUserList{
     .magic = 191, .nr = 10, .op = 1, .outAddress = 8, .outCapacity = 5760};
 
 Source &withOneUser(Prepared &source) {
-    source.tables.seeUser({1, 2, 3, 4, 5, 6}, 77);
+    source.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
     return source;
 }
 
@@ -82,7 +82,7 @@ TEST(CallerHeader, OurOwnHeaderIsReadAsItLiesInMemory) {
 TEST(Requests, TheUserListIsTheTablesRecordsBackToBack) {
     Prepared source;
     withOneUser(source);
-    source.tables.seeUser({6, 5, 4, 3, 2, 1}, 78);
+    source.tables.seeUser({6, 5, 4, 3, 2, 1}, {});
     const Reply reply = serve(0xC02CBF0A, kUserList, {}, source);
     EXPECT_EQ(reply.error, 0);
     ASSERT_EQ(reply.output.size(), 180U);
