@@ -45,14 +45,6 @@ def mac_bytes(mac):
     return bytes.fromhex(mac.replace(":", ""))
 
 
-def checksum(data):
-    data += b"\0" * (len(data) % 2)
-    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
-    while total >> 16:
-        total = (total & 0xFFFF) + (total >> 16)
-    return ~total & 0xFFFF
-
-
 class Capture:
     """Frames in order, each with the application that its bytes belong to."""
 
@@ -64,10 +56,6 @@ class Capture:
 
     def wait(self, seconds):
         self.time += int(seconds * 1_000_000)
-
-    def next_identification(self):
-        self.identification = (self.identification + 1) & 0xFFFF
-        return self.identification
 
     def frame(self, source, target, ether_type, body, application, vlan=None, captured=None, wire=None):
         tag = b"" if vlan is None else struct.pack("!HH", 0x8100, vlan)
@@ -81,7 +69,7 @@ class Capture:
                 row = self.totals.setdefault((mac, application), {"up": 0, "down": 0})
                 row[way] += length
 
-    def ip(self, ends, protocol, body, application, fragment=0, identification=None, **options):
+    def ip(self, ends, protocol, body, application, fragment=0, identification=0, **options):
         """One packet between ends: (MAC, address) of the sender and of the receiver."""
         (source_mac, source), (target_mac, target) = ends
         source, target = (ipaddress.ip_address(address) for address in (source, target))
@@ -90,11 +78,8 @@ class Capture:
             packet = header + source.packed + target.packed + body
             self.frame(source_mac, target_mac, 0x86DD, packet, application, **options)
             return
-        if identification is None:
-            identification = self.next_identification()
         fields = (0x45, 0, 20 + len(body), identification, fragment, 64, protocol)
         header = struct.pack("!BBHHHBB", *fields) + b"\0\0" + source.packed + target.packed
-        header = header[:10] + struct.pack("!H", checksum(header)) + header[12:]
         self.frame(source_mac, target_mac, 0x0800, header + body, application, **options)
 
     def udp(self, ends, ports, payload, application, **options):
@@ -103,11 +88,11 @@ class Capture:
 
     def pieces(self, ends, protocol, body, application, size=1480):
         """One packet in fragments."""
-        identification = self.next_identification()
+        self.identification += 1
         for start in range(0, len(body), size):
             more = 0x2000 if start + size < len(body) else 0
             piece = body[start : start + size]
-            self.ip(ends, protocol, piece, application, more | start // 8, identification)
+            self.ip(ends, protocol, piece, application, more | start // 8, self.identification)
 
 
 class Connection:
@@ -134,8 +119,8 @@ class Connection:
     def ask(self, payload):
         self.segment(0, payload)
 
-    def answer(self, payload):
-        self.segment(1, payload)
+    def answer(self, payload, **options):
+        self.segment(1, payload, **options)
 
     def close(self):
         self.segment(0, b"", FIN | ACK)
@@ -162,11 +147,9 @@ def client_hello(name):
     host = name.encode()
     entry = b"\0" + struct.pack("!H", len(host)) + host
     server_name = struct.pack("!HHH", 0, len(entry) + 2, len(entry)) + entry
-    groups = b"\0\x0a\0\x06\0\x04\0\x1d\0\x17"
-    extensions = server_name + groups + b"\0\x0b\0\2\1\0"
     ciphers = b"\xc0\x2b\xc0\x2f\xc0\x2c\xc0\x30"
     body = b"\3\3" + bytes(range(32)) + b"\0" + struct.pack("!H", len(ciphers)) + ciphers + b"\1\0"
-    body += struct.pack("!H", len(extensions)) + extensions
+    body += struct.pack("!H", len(server_name)) + server_name
     hello = b"\1" + struct.pack("!I", len(body))[1:] + body
     return b"\x16\3\1" + struct.pack("!H", len(hello)) + hello
 
@@ -227,9 +210,9 @@ def browsing(capture):
     for _ in range(300):
         file.answer(b"b" * 1448)
     for _ in range(5):
-        file.segment(1, b"b" * 1448, length=65160, captured=200, wire=65160 + 54)
+        file.answer(b"b" * 1448, length=65160, captured=200, wire=65160 + 54)
         file.segment(0, b"", ACK)
-    file.segment(1, b"b" * 1448, captured=60)
+    file.answer(b"b" * 1448, captured=60)
     file.close()
     look_up(capture, PC, 50002, "www.youtube.com", "203.0.113.12")
     video = Connection(capture, lan(PC), wan("203.0.113.12"), (50102, 443), "YouTube")

@@ -313,23 +313,20 @@ TEST_F(PacketAccountingTest, DamagedFramesNeitherCrashNorLoseBytes) {
         ethernet(kPhone, kPc, 0x0806, Bytes(46, 1)),
     };
     std::uint64_t expected = 0;
-    const auto damaged = [&](const Bytes &frame, std::uint32_t length) {
-        pass(frame, length);
-        if (frame.size() < 14)
-            return;
-        const auto counts = [&](std::size_t at) {
-            const Bytes mac(frame.begin() + static_cast<std::ptrdiff_t>(at),
-                            frame.begin() + static_cast<std::ptrdiff_t>(at + 6));
-            return (mac[0] & 1) == 0 && mac != Bytes(6, 0) &&
-                   mac != Bytes(kRouter.begin(), kRouter.end());
-        };
-        expected +=
-            (counts(0) + counts(6)) * std::uint64_t{std::max<std::size_t>(length, frame.size())};
+    const auto counts = [](const Bytes &frame, std::size_t at) {
+        Mac mac;
+        std::copy_n(frame.data() + at, mac.size(), mac.begin());
+        return isDevice(mac) && mac != kRouter ? 1u : 0u;
+    };
+    const auto damaged = [&](const Bytes &frame, std::size_t length) {
+        pass(frame, static_cast<std::uint32_t>(length));
+        if (frame.size() >= kEthernetHeader)
+            expected += (counts(frame, 0) + counts(frame, 6)) * std::max(length, frame.size());
     };
     for (const Bytes &frame : whole)
         for (std::size_t size = 0; size <= frame.size(); size++)
             damaged(Bytes(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(size)),
-                    static_cast<std::uint32_t>(frame.size()));
+                    frame.size());
     std::mt19937 random(42);
     for (int round = 0; round < 20000; round++) {
         Bytes frame = whole[random() % whole.size()];

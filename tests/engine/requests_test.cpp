@@ -9,28 +9,17 @@
 namespace idpfwd {
 namespace {
 
-// Gives one prepared reply, and remembers what was asked.
-class Prepared final : public Source {
+// Has tables and nothing else.
+class TablesOnly final : public Source {
   public:
     [[nodiscard]] int descriptor() const override { return -1; }
     [[nodiscard]] int timeout() const override { return -1; }
     void work() override {}
     [[nodiscard]] bool finished() const override { return false; }
-    std::optional<Reply> answer(const Request &request) override {
-        asked = request;
-        return reply;
-    }
-    Request asked;
-    std::optional<Reply> reply;
 };
 
 constexpr CallerHeader kUserList{
     .magic = 191, .nr = 10, .op = 1, .outAddress = 8, .outCapacity = 5760};
-
-Source &withOneUser(Prepared &source) {
-    source.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
-    return source;
-}
 
 TEST(CallerHeader, BothLayoutsGiveTheSameFields) {
     const std::vector<std::uint8_t> narrow = {
@@ -79,23 +68,9 @@ TEST(CallerHeader, OurOwnHeaderIsReadAsItLiesInMemory) {
     EXPECT_EQ(header->inputSize(), 0U);
 }
 
-TEST(Requests, TheUserListIsTheTablesRecordsBackToBack) {
-    Prepared source;
-    withOneUser(source);
-    source.tables.seeUser({6, 5, 4, 3, 2, 1}, {});
-    const Reply reply = serve(0xC02CBF0A, kUserList, {}, source);
-    EXPECT_EQ(reply.error, 0);
-    ASSERT_EQ(reply.output.size(), 180U);
-    EXPECT_EQ(reply.reportedLength, 180U);
-    EXPECT_EQ(reply.output[0], 1);
-    EXPECT_EQ(reply.output[90], 2);
-    EXPECT_EQ(reply.output[91], 6);
-    EXPECT_EQ(reply.output[90 + 86], 1) << "available";
-}
-
 TEST(Requests, OutputIsCutToTheCallersCapacityInBytes) {
-    Prepared source;
-    withOneUser(source);
+    TablesOnly source;
+    source.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
     CallerHeader header = kUserList;
     for (const std::uint32_t capacity : {0U, 1U, 89U, 90U}) {
         header.outCapacity = capacity;
@@ -107,20 +82,8 @@ TEST(Requests, OutputIsCutToTheCallersCapacityInBytes) {
     EXPECT_EQ(serve(0xC02CBF0A, header, {}, source).output.size(), 0U) << "no buffer at all";
 }
 
-TEST(Requests, ASourceStandsInForTheTablesAndMayReportWhatItLikes) {
-    Prepared source;
-    withOneUser(source);
-    source.reply = Reply{.error = 0, .output = {1, 2, 3}, .reportedLength = 9999};
-    const Reply reply = serve(0xC02CBF0A, kUserList, {}, source);
-    EXPECT_EQ(reply.output, (std::vector<std::uint8_t>{1, 2, 3}));
-    EXPECT_EQ(reply.reportedLength, 9999U);
-    source.reply = Reply{.error = EIO, .output = {1, 2, 3}, .reportedLength = 3};
-    EXPECT_EQ(serve(0xC02CBF0A, kUserList, {}, source).error, EIO);
-    EXPECT_TRUE(serve(0xC02CBF0A, kUserList, {}, source).output.empty());
-}
-
 TEST(Requests, WhatCannotBeServedHasItsErrno) {
-    Prepared source;
+    TablesOnly source;
     struct Case {
         CallerHeader header;
         std::uint32_t number;
