@@ -187,9 +187,7 @@ class CaptureSource : public PacketSource {
         return false;
     }
 
-    [[nodiscard]] std::uint64_t pendingTime() const {
-        return std::max(clock_, packetMilliseconds(*header_));
-    }
+    [[nodiscard]] std::uint64_t pendingTime() const { return packetMilliseconds(*header_); }
 
     [[nodiscard]] std::uint64_t due() const {
         return firstTime_ + (steadyMilliseconds() - started_);
@@ -197,6 +195,7 @@ class CaptureSource : public PacketSource {
 
     [[nodiscard]] Moment moment() const { return {shownSeconds(clock_ / 1000), clock_}; }
 
+    // Times that run backwards stand still.
     void moveClock(std::uint64_t milliseconds) {
         clock_ = std::max(clock_, milliseconds);
         accounting_.advance(moment());

@@ -199,6 +199,9 @@ TEST(Scenario, NamesBecomeDatabaseFiles) {
     EXPECT_EQ(source->applicationName(8, 1), "Game 2048");
     EXPECT_EQ(source->applicationName(8, 2), "");
 
+    const std::string bare = scratch.write("bare.json", R"({"steps": [{}]})");
+    EXPECT_NE(openScenario(bare, scratch.path() / "none", error), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(scratch.path() / "none")) << "it names nothing";
     EXPECT_EQ(openScenario(scratch.path() / "s.json", scratch.path() / "s.json", error), nullptr);
     EXPECT_THAT(error, HasSubstr("cannot write"));
     EXPECT_EQ(openScenario(scratch.path() / "none.json", databases, error), nullptr);
