@@ -18,10 +18,20 @@ namespace {
 
 using testing::HasSubstr;
 
+#ifdef EMULATOR
+// The emulator itself must not see what its program preloads.
+constexpr const char *kPreload = "QEMU_SET_ENV=LD_PRELOAD=";
+#else
+constexpr const char *kPreload = "LD_PRELOAD=";
+#endif
+
 // A program whose standard output and error come back together.
 class Program {
   public:
     Program(std::vector<std::string> words, const std::vector<std::string> &environment) {
+#ifdef EMULATOR
+        words.insert(words.begin(), EMULATOR);
+#endif
         int pipes[2];
         if (pipe2(pipes, O_CLOEXEC) != 0)
             throw std::runtime_error("pipe2 failed");
@@ -97,7 +107,7 @@ class IdpfwdTest : public testing::Test {
     }
 
     std::string ask(const std::string &nr, const std::string &op) {
-        Program client({CLIENT, nr, op, "5760"}, {socket(), "LD_PRELOAD=" SHIM});
+        Program client({CLIENT, nr, op, "5760"}, {socket(), std::string(kPreload) + SHIM});
         int status = 0;
         return client.finish(status);
     }
