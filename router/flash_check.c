@@ -1,0 +1,102 @@
+/*
+ * Board data on real flash devices. Run once for every size of erase blocks: "/dev/mtd4" has 64 KiB
+ * at least, "mtd5" has more than one erase block.
+ */
+#include "bd_util.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+enum { kTextSize = 65, kSmall = 1000 };
+
+static int failures;
+
+static void check(int condition, const char *what) {
+    if (!condition) {
+        printf("failed: %s\n", what);
+        ++failures;
+    }
+}
+#define CHECK(condition) check((condition), #condition)
+
+static void whole_images(void) {
+    static unsigned char image[BOARD_DATA_SIZE], back[BOARD_DATA_SIZE];
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < BOARD_DATA_SIZE; ++i)
+            image[i] = (unsigned char)(i * 31 + i / 256 + round * 85);
+        CHECK(write_board_data(image) == 0);
+        CHECK(read_board_data(back) == 0);
+        CHECK(memcmp(image, back, sizeof image) == 0); /* a missing erase would only clear bits */
+    }
+}
+
+/* What was written first survives the rewriting of the block that the later fields cause. */
+static void fields_and_records(void) {
+    static unsigned char blank[BOARD_DATA_SIZE];
+    const unsigned char first[6] = {2, 0, 94, 0, 0, 1}, second[6] = {2, 0, 94, 0, 0, 2};
+    unsigned char mac1[6], mac2[6];
+    char text[kTextSize], region[BD_REGION_SIZE], language[BD_LANGUAGE_SIZE];
+    char zone[BD_TIME_ZONE_SIZE], offset[BD_OFFSET_SIZE];
+    uint32_t code = 0;
+    memset(blank, 0xFF, sizeof blank);
+    CHECK(write_board_data(blank) == 0);
+    CHECK(bd_write_sn("SERIAL-0123456789") == 0);
+    CHECK(bd_write_eth_mac(first, second) == 0);
+    CHECK(bd_write_pin("12345670") == 0);
+    CHECK(bd_write_sku_info(9) == 0);
+    CHECK(bd_write_ssid("The name of the 2nd band", 2) == 0);
+    CHECK(bd_write_passphrase("correct horse", 1) == 0);
+
+    CHECK(bd_read_sn(text, 32) == 0 && strncmp(text, "SERIAL-0123456789", 17) == 0);
+    CHECK(bd_read_eth_mac(mac1, mac2) == 0);
+    CHECK(memcmp(mac1, first, 6) == 0 && memcmp(mac2, second, 6) == 0);
+    CHECK(bd_read_pin(text, 8) == 0 && strcmp(text, "12345670") == 0);
+    CHECK(bd_read_sku_info(&code, region, sizeof region, language, sizeof language, zone,
+                           sizeof zone, offset, sizeof offset) == 0);
+    CHECK(code == 9 && strcmp(region, "JP") == 0 && strcmp(language, "Japanese") == 0);
+    CHECK(bd_read_ssid(text, sizeof text, 2) == 0 && strcmp(text, "The name of the 2nd band") == 0);
+    CHECK(bd_read_passphrase(text, sizeof text, 1) == 0 && strcmp(text, "correct horse") == 0);
+}
+
+static int read_start(const char *device, unsigned char *bytes, size_t size) {
+    const int file = open(device, O_RDONLY);
+    const ssize_t got = read(file, bytes, size);
+    close(file);
+    return got == (ssize_t)size;
+}
+
+/* A write that is no whole number of erase blocks, and an erase of a partition by its name. */
+static void raw_partitions(void) {
+    const int length = 128 * 1024 + kSmall;
+    unsigned char *data = malloc((size_t)length + 1), *back = malloc((size_t)length + 1);
+    if (data == NULL || back == NULL)
+        exit(1);
+    for (int i = 0; i < length; ++i)
+        data[i] = (unsigned char)(i * 13 + 1);
+    CHECK(mtd_write("/dev/mtd5", data, length) == 0);
+    CHECK(read_start("/dev/mtd5", back, (size_t)length + 1));
+    CHECK(memcmp(data, back, (size_t)length) == 0 && back[length] == 0xFF);
+    CHECK(mtd_write("/dev/mtd5", data, 1 << 30) == -1); /* longer than the partition */
+    CHECK(mtd_write("/dev/null", data, kSmall) == -1);
+    CHECK(read_start("/dev/mtd5", back, 1) && back[0] == data[0]);
+
+    const int found = mtd_open("partition 5", O_RDONLY);
+    CHECK(found >= 0 && read(found, back, 1) == 1 && back[0] == data[0]);
+    close(found);
+    CHECK(mtd_erase("partition 5") == 0);
+    CHECK(read_start("/dev/mtd5", back, (size_t)length));
+    CHECK(back[0] == 0xFF && memcmp(back, back + 1, (size_t)length - 1) == 0);
+    CHECK(mtd_erase("no such partition") != 0);
+    free(data);
+    free(back);
+}
+
+int main(void) {
+    whole_images();
+    fields_and_records();
+    raw_partitions();
+    return failures == 0 ? 0 : 1;
+}
