@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
+#include <unistd.h>
 
 namespace idpfwd {
 namespace {
@@ -111,9 +112,12 @@ class CuseDevice final : public Device {
         std::string name = "idpfwd", foreground = "-f", single = "-s";
         std::array<char *, 4> arguments = {name.data(), foreground.data(), single.data(), nullptr};
         int multithreaded = 0;
+        const Descriptor folder(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
         session_ =
             cuse_lowlevel_setup(3, arguments.data(), &device, &operations, &multithreaded, this);
-        if (session_ == nullptr) {
+        // The library goes to "/" even in the foreground; paths of our options mean this folder.
+        const bool back = folder && fchdir(folder.get()) == 0;
+        if (session_ == nullptr || !back) {
             error = "cannot make a device through /dev/cuse";
             return false;
         }

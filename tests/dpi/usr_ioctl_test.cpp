@@ -148,6 +148,37 @@ TEST_F(UsrIoctl, EveryCommandSendsItsExactHeaderAndTellsWhatFailed) {
         EXPECT_EQ(row.send(), -1) << row.header;
 }
 
+// What the kernel module reads, where pointers are as wide as the router's (44 bytes) and
+// elsewhere.
+TEST_F(UsrIoctl, TheHeaderHasEveryByteInItsPlace) {
+    constexpr bool narrow = sizeof(void *) == 4;
+    std::string sent;
+    std::string expected(narrow ? 44 : 64, '\0');
+    const auto put = [&](std::size_t offset, auto value) {
+        memcpy(&expected[offset], &value, sizeof value);
+    };
+    rig::onIoctl([&](int, unsigned long, void *argument) {
+        sent.assign(static_cast<const char *>(argument), expected.size());
+        return 0;
+    });
+    void *output = nullptr;
+    ASSERT_EQ(get_fw_anomaly_list(&output, &used), 0);
+    expected[0] = '\xBF';
+    expected[4] = 15;
+    expected[5] = 11;
+    put(narrow ? 16 : 24, output);
+    put(narrow ? 20 : 32, &used);
+    put(narrow ? 24 : 40, uint32_t{9504});
+    EXPECT_EQ(sent, expected);
+    free(output);
+
+    ASSERT_EQ(set_fw_vp(input, 3), 0);
+    EXPECT_EQ(sent.substr(0, 8), std::string("\xBF\0\0\0\x0F\5\0\2", 8));
+    const void *const address = input;
+    EXPECT_EQ(memcmp(&sent[8], &address, sizeof address), 0);
+    EXPECT_EQ(sent.substr(narrow ? 12 : 16, 4), std::string("\3\0\0\0", 4));
+}
+
 TEST_F(UsrIoctl, WhatTheEngineDidNotReportAsWrittenIsZero) {
     writes = 5760;
     for (const uint32_t reported : {0u, 1u, 100u, 5759u, 5760u, 5761u, 0xFFFFFFFFu}) {

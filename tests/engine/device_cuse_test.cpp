@@ -2,6 +2,7 @@
 #include "engine/device_cuse.h"
 
 #include "device_rig.h"
+#include "scratch.h"
 
 #include <csignal>
 #include <filesystem>
@@ -23,6 +24,14 @@ TEST_F(CuseDeviceTest, TheDeviceIsThereAsLongAsItsEngineAndHasOneEngine) {
     start();
     forward_ioctl asked = header(IDPFW_NR_USER, 1);
     EXPECT_EQ(call(&asked, IDPFW_NR_USER), 0);
+}
+
+TEST_F(CuseDeviceTest, RelativePathsKeepTheirMeaning) {
+    const Scratch scratch;
+    std::filesystem::current_path(scratch.path());
+    start();
+    EXPECT_EQ(std::filesystem::current_path(), std::filesystem::canonical(scratch.path()));
+    std::filesystem::current_path("/");
 }
 
 TEST_F(CuseDeviceTest, UnknownRequestsAndOtherOperationsAreRefused) {

@@ -48,6 +48,22 @@ TEST_F(DeviceTest, InputReachesTheEngineUpToItsLimit) {
     EXPECT_EQ(call(&asked, IDPFW_NR_VP), EINVAL);
 }
 
+// Around what a kernel maps at most, with the header and with the counter.
+TEST_F(DeviceTest, EverySizeAroundTheLimitsArrivesWhole) {
+    start();
+    for (const std::size_t size :
+         {1, 4096, 131008, 131009, 131028, 131029, 131068, 131069, 131073}) {
+        std::vector<std::uint8_t> input(size);
+        std::iota(input.begin(), input.end(), static_cast<std::uint8_t>(size));
+        out_.assign(size + 1, 0xEE);
+        forward_ioctl asked = withInput(input);
+        EXPECT_EQ(call(&asked, IDPFW_NR_VP), 0) << size;
+        EXPECT_EQ(used_, size);
+        EXPECT_TRUE(std::equal(input.begin(), input.end(), out_.begin())) << size;
+        EXPECT_EQ(out_.back(), 0xEE) << size;
+    }
+}
+
 TEST_F(DeviceTest, FailuresCarryTheirErrnoAndTouchNothing) {
     start();
     used_ = 77;

@@ -62,7 +62,9 @@ class Program {
         close(output_);
     }
 
-    void send(int signal) const { kill(child_, signal); }
+    void send(int signal) const {
+        kill(child_, signal);
+    }
 
     // Reads on until the text has come, or the end.
     std::string await(const std::string &text) {
