@@ -76,7 +76,7 @@ TEST_F(DeviceTest, FailuresCarryTheirErrnoAndTouchNothing) {
 }
 
 TEST_F(DeviceTest, BadAddressesFailAndTheEngineGoesOn) {
-    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, 1);
+    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
     start();
     std::vector<std::uint8_t> input(100);
     forward_ioctl good = header(IDPFW_NR_USER, 1);
