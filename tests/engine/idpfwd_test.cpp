@@ -19,9 +19,11 @@ namespace {
 using testing::HasSubstr;
 
 #ifdef EMULATOR
+const std::vector<std::string> kEmulator = {EMULATOR};
 // The emulator itself must not see what its program preloads.
 constexpr const char *kPreload = "QEMU_SET_ENV=LD_PRELOAD=";
 #else
+const std::vector<std::string> kEmulator;
 constexpr const char *kPreload = "LD_PRELOAD=";
 #endif
 
@@ -29,9 +31,7 @@ constexpr const char *kPreload = "LD_PRELOAD=";
 class Program {
   public:
     Program(std::vector<std::string> words, const std::vector<std::string> &environment) {
-#ifdef EMULATOR
-        words.insert(words.begin(), EMULATOR);
-#endif
+        words.insert(words.begin(), kEmulator.begin(), kEmulator.end());
         int pipes[2];
         if (pipe2(pipes, O_CLOEXEC) != 0)
             throw std::runtime_error("pipe2 failed");
@@ -62,9 +62,7 @@ class Program {
         close(output_);
     }
 
-    void send(int signal) const {
-        kill(child_, signal);
-    }
+    void send(int signal) const { kill(child_, signal); }
 
     // Reads on until the text has come, or the end.
     std::string await(const std::string &text) {
