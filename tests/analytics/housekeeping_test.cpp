@@ -10,7 +10,7 @@
 class Housekeeping : public rig::Fixture {};
 
 TEST_F(Housekeeping, AFileIsRemovedOnceItHasReachedTheLimit) {
-    setenv("TZ", "XXX-2", 1);
+    setenv("TZ", "EET-2", 1);
     rig::setTime(1704438489);
     const std::tuple<unsigned int, int, bool> rows[] = {
         {2 << 20, 2, true}, {(2 << 20) - 1, 2, false}, {0, 0, true},       {9, 4096, false},
