@@ -64,4 +64,6 @@ def compare(reports, counters, ended):
         print(f"DISAGREES: {fault}")
     print(f"{agreeing} of {len(ended)} ended device/application rows agree with the engine's own "
           "counters to the byte.")
+    if not ended:
+        print("No period had ended, so there was nothing to compare: watch for longer (--seconds).")
     return not faults and agreeing > 0

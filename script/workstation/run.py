@@ -124,6 +124,8 @@ def show(router, arguments, lan):
     reports = router.published()
     print()
     print_table(reports, counters)
+    if arguments.capture:
+        print("(A period starts at the time in the capture and ends when the daemon saw it end: now.)")
     print()
     print(f"{len(records_of(reports))} finished periods in {len(reports)} report(s), taken by the "
           "uploader from /tmp/aws_json_dir/aws_traffic_usage_details.json.")
