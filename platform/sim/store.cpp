@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -18,10 +19,13 @@ constexpr std::size_t kLargestStore = std::size_t{64} << 20;
 // could leave pages of which none makes a whole store, and take what was saved along.
 constexpr unsigned int kFlags = MDB_NOMETASYNC | MDB_NOTLS;
 
+enum Turn { kWriter, kNewReader, kTurns };
+
 // This process's hold on the store. It is never closed: other threads may be in it.
 struct Environment {
     MDB_env *lmdb;
     MDB_dbi settings;
+    pthread_mutex_t turns[kTurns];
     MDB_txn *reader_of_fork;
     Environment *of_parent;
 };
@@ -85,20 +89,63 @@ int make_directory(const char *path) {
     return 0;
 }
 
+int lock_record(MDB_env *lmdb, Turn turn, short type) {
+    int descriptor = -1;
+    int result = mdb_env_get_fd(lmdb, &descriptor);
+    struct flock record = {};
+    record.l_type = type;
+    record.l_whence = SEEK_SET;
+    record.l_start = turn;
+    record.l_len = 1;
+    while (result == 0 && fcntl(descriptor, F_SETLKW, &record) != 0)
+        result = errno == EINTR ? 0 : errno;
+    return result;
+}
+
+// LMDB's own locks are freed when their holder dies, but a process that dies just as it is woken to
+// take one takes the wake-up along: the next would sleep beside a free lock. A record lock of the
+// kernel has no such gap, so processes wait for that one, and meet at LMDB's one at a time.
+int take_turn(Environment &environment, Turn turn) {
+    pthread_mutex_lock(&environment.turns[turn]);
+    const int result = lock_record(environment.lmdb, turn, F_WRLCK);
+    if (result != 0)
+        pthread_mutex_unlock(&environment.turns[turn]);
+    return result;
+}
+
+void end_turn(Environment &environment, Turn turn) {
+    (void)lock_record(environment.lmdb, turn, F_UNLCK);
+    pthread_mutex_unlock(&environment.turns[turn]);
+}
+
 // The slots of processes that were killed are cleared when they are needed.
-int begin_reader(MDB_env *lmdb, MDB_txn *&transaction) {
-    int result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &transaction);
-    if (result == MDB_READERS_FULL && mdb_reader_check(lmdb, nullptr) == 0)
-        result = mdb_txn_begin(lmdb, nullptr, MDB_RDONLY, &transaction);
+int begin_reader(Environment &environment, MDB_txn *&transaction) {
+    int result = take_turn(environment, kNewReader);
+    if (result != 0)
+        return result;
+    result = mdb_txn_begin(environment.lmdb, nullptr, MDB_RDONLY, &transaction);
+    if (result == MDB_READERS_FULL && mdb_reader_check(environment.lmdb, nullptr) == 0)
+        result = mdb_txn_begin(environment.lmdb, nullptr, MDB_RDONLY, &transaction);
     if (result != 0)
         transaction = nullptr;
+    end_turn(environment, kNewReader);
+    return result;
+}
+
+// Whoever was killed in the middle of a reading would keep old pages alive: its slot goes first.
+int clear_dead_readers(Environment &environment) {
+    int result = take_turn(environment, kNewReader);
+    if (result != 0)
+        return result;
+    result = mdb_reader_check(environment.lmdb, nullptr);
+    end_turn(environment, kNewReader);
     return result;
 }
 
 // The settings are the environment's unnamed database.
 int open_settings(Environment &environment) {
     MDB_txn *transaction = nullptr;
-    int result = begin_reader(environment.lmdb, transaction);
+    int result = begin_reader(environment, transaction);
     if (result != 0)
         return result;
     result = mdb_dbi_open(transaction, nullptr, 0, &environment.settings);
@@ -136,6 +183,8 @@ int open_locked() {
     auto *environment = static_cast<Environment *>(calloc(1, sizeof(Environment)));
     if (environment == nullptr)
         return ENOMEM;
+    for (pthread_mutex_t &turn : environment->turns)
+        turn = PTHREAD_MUTEX_INITIALIZER;
     const int result = open_new(*environment);
     if (result == 0)
         current.store(environment);
@@ -155,7 +204,7 @@ int open() {
 }
 
 int begin_first_reading() {
-    const int result = begin_reader(current.load()->lmdb, reader);
+    const int result = begin_reader(*current.load(), reader);
     if (result == 0 && reader_key_made)
         pthread_setspecific(reader_key, reader);
     return result;
@@ -200,22 +249,28 @@ std::string_view Reading::value(std::string_view name) const {
     return as_text(found);
 }
 
-// Whoever was killed in the middle of a reading would keep old pages alive: its slot goes first.
 Writing::Writing() : result_(open()) {
     if (result_ != 0)
         return;
-    const Environment &environment = *current.load();
-    result_ = mdb_reader_check(environment.lmdb, nullptr);
+    Environment &environment = *current.load();
+    result_ = take_turn(environment, kWriter);
+    if (result_ != 0)
+        return;
+    settings_ = environment.settings;
+    result_ = clear_dead_readers(environment);
     if (result_ == 0)
         result_ = mdb_txn_begin(environment.lmdb, nullptr, 0, &transaction_);
-    if (result_ != 0)
+    if (result_ != 0) {
         transaction_ = nullptr;
-    settings_ = environment.settings;
+        end_turn(environment, kWriter);
+    }
 }
 
 Writing::~Writing() {
-    if (transaction_ != nullptr)
-        mdb_txn_abort(transaction_);
+    if (transaction_ == nullptr)
+        return;
+    mdb_txn_abort(transaction_);
+    end_turn(*current.load(), kWriter);
 }
 
 int Writing::set(std::string_view name, std::string_view value) {
@@ -239,11 +294,13 @@ int Writing::unset(std::string_view name) {
 }
 
 int Writing::commit() {
-    if (result_ != 0)
+    if (transaction_ == nullptr)
         return result_;
     MDB_txn *transaction = transaction_;
     transaction_ = nullptr;
-    return mdb_txn_commit(transaction);
+    result_ = mdb_txn_commit(transaction);
+    end_turn(*current.load(), kWriter);
+    return result_;
 }
 
 int save() {
