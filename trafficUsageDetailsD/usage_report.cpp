@@ -33,8 +33,10 @@ bool addNumber(cJSON *object, const char *key, double value) {
     return cJSON_AddNumberToObject(object, key, value) != nullptr;
 }
 
-bool addString(cJSON *object, const char *key, const char *value) {
-    return cJSON_AddStringToObject(object, key, value) != nullptr;
+bool addName(cJSON *object, const char *key, const char *name) {
+    char text[kNameSize];
+    copy_text(text, name);
+    return cJSON_AddStringToObject(object, key, text) != nullptr;
 }
 
 // The members in the order that consumers of the report see them in.
@@ -46,12 +48,11 @@ cJSON *recordObject(const TrafficInfo *record, DeviceTypes &types) {
     char macText[kNameSize];
     format_text(macText, sizeof macText, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
                 mac[3], mac[4], mac[5]);
-    char deviceType[kNameSize];
-    copy_text(deviceType, types.name(record->vendorId, record->typeId));
-    const bool complete = addString(object.get(), "macAddress", macText) &&
-                          addString(object.get(), "devType", deviceType) &&
-                          addString(object.get(), "appType", record->appType) &&
-                          addString(object.get(), "appName", record->appName) &&
+    const char *deviceType = types.name(record->vendorId, record->typeId);
+    const bool complete = addName(object.get(), "macAddress", macText) &&
+                          addName(object.get(), "devType", deviceType) &&
+                          addName(object.get(), "appType", record->appType) &&
+                          addName(object.get(), "appName", record->appName) &&
                           addNumber(object.get(), "trafficStartTime", record->trafficStartTime) &&
                           addNumber(object.get(), "trafficEndTime", record->trafficEndTime) &&
                           addNumber(object.get(), "duration", record->duration) &&
