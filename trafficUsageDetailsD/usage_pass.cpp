@@ -65,8 +65,10 @@ class Names {
             return;
         for (list_head *link = applicationList_.next; link != &applicationList_;
              link = link->next) {
+            // Only the first of repeated ids is ever found; a file of empty lines is all repeats.
             app_inf *record = LIST_RECORD(link, app_inf, list);
-            applications_.add(idsHash(record->cat_id, record->app_id), record);
+            if (applicationName(record->cat_id, record->app_id) == nullptr)
+                applications_.add(idsHash(record->cat_id, record->app_id), record);
         }
     }
     Names(const Names &) = delete;
