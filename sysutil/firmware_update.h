@@ -44,7 +44,8 @@ int is_fw_upgrading(void);
 
 /*
  * The size of a file in bytes. 0 when it is known; 1 with a message on standard error when the file
- * cannot be opened (*size unchanged), 1 with *size 0 when its end cannot be found.
+ * cannot be opened (*size unchanged; one of 2 GiB or more cannot where off_t has 32 bits), 1 with
+ * *size 0 when its end cannot be found.
  */
 int getDownloadImageSize(const char *path, uint32_t *size);
 
