@@ -4,156 +4,111 @@
 
 #include "device_rig.h"
 #include "engine/wire.h"
-#include "own_dev.h"
 
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 namespace idpfwd {
 namespace {
 
-const std::string kSocket = "/dev/engine.sock"; // in the tests' own /dev
+using SocketDeviceTest = DeviceTest;
+using Words = std::vector<std::uint32_t>;
 
-sockaddr_un addressOf(const std::string &path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
+constexpr sockaddr_un kAddress = {AF_UNIX, "/dev/engine.sock"};
+const std::string kSocket = kAddress.sun_path;
+
+int withAddress(int (*function)(int, const sockaddr *, socklen_t)) {
+    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(function(made, reinterpret_cast<const sockaddr *>(&kAddress), sizeof kAddress), 0);
+    return made;
 }
 
-int connectTo(const std::string &path) {
-    const int link = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(path);
-    EXPECT_EQ(connect(link, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    return link;
+// What the engine answers before it hangs up. The request comes byte by byte.
+Words answerTo(const Words &request) {
+    const int link = withAddress(connect);
+    const auto *bytes = reinterpret_cast<const char *>(request.data());
+    for (std::size_t i = 0; i < request.size() * 4; ++i)
+        send(link, bytes + i, 1, MSG_NOSIGNAL);
+    Words reply(100);
+    reply.resize(std::max<ssize_t>(recv(link, reply.data(), 400, MSG_WAITALL), 0) / 4);
+    close(link);
+    return reply;
 }
-
-class SocketDeviceTest : public DeviceTest {
-  protected:
-    void TearDown() override {
-        DeviceTest::TearDown();
-        unlink(IDPFW_DEVICE);
-        unlink(kSocket.c_str());
-    }
-};
 
 TEST_F(SocketDeviceTest, OtherIoctlsAndOtherFilesStayWithTheKernel) {
     start();
-    int pipes[2];
-    ASSERT_EQ(pipe(pipes), 0);
-    ASSERT_EQ(write(pipes[1], "abc", 3), 3);
+    const int other = memfd_create("other", MFD_CLOEXEC);
     int waiting = 0;
-    EXPECT_EQ(ioctl(pipes[0], FIONREAD, &waiting), 0);
-    EXPECT_EQ(waiting, 3);
-#ifdef EMULATOR
-    GTEST_SKIP() << "the emulator hands unknown ioctls to no kernel";
-#endif
-    forward_ioctl asked = header(IDPFW_NR_USER, 1);
-    EXPECT_EQ(ioctl(pipes[0], IDPFW_REQUEST(IDPFW_NR_USER), &asked), -1);
+    EXPECT_EQ(ioctl(other, FIONREAD, &waiting), 0);
+#ifndef EMULATOR // which hands unknown ioctls to no kernel
+    forward_ioctl asked = request(out_);
+    EXPECT_EQ(ioctl(other, IDPFW_REQUEST(IDPFW_NR_VP), &asked), -1);
     EXPECT_EQ(errno, ENOTTY);
-    EXPECT_EQ(ioctl(-1, IDPFW_REQUEST(IDPFW_NR_USER), &asked), -1);
-    EXPECT_EQ(errno, EBADF);
-    close(pipes[0]);
-    close(pipes[1]);
+#endif
+    close(other);
 }
 
 TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     start();
-    std::vector<int> links;
-    links.reserve(40);
-    for (int i = 0; i < 40; ++i)
-        links.push_back(connectTo(kSocket)); // more than are served at a time, and silent
-    for (const auto &bytes : {std::vector<std::uint32_t>{1, 2, 3}, {WIRE_MARK, 0, 0xFFFFFFFF}}) {
-        const int link = links[bytes[0] == 1 ? 0 : 1];
-        ASSERT_EQ(send(link, bytes.data(), 12, 0), 12);
-        char byte = 0;
-        EXPECT_LE(recv(link, &byte, 1, 0), 0) << "dropped without an answer";
-    }
-    forward_ioctl asked = header(IDPFW_NR_USER, 1);
-    EXPECT_EQ(call(&asked, IDPFW_NR_USER), 0);
-    for (const int link : links)
+    EXPECT_EQ(std::filesystem::status(kSocket).permissions(), std::filesystem::perms{0600});
+    std::vector<int> idle(40); // more than are served at a time
+    for (int &link : idle)
+        link = withAddress(connect);
+    Words request = {0, 0, 44, 0, 2U << 24, 0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(answerTo(request), Words{}) << "no mark";
+    request[0] = WIRE_MARK;
+    EXPECT_EQ(answerTo(request), (Words{WIRE_MARK, ENOTTY, 0})) << "refused before its input";
+    request[2] = 40;
+    EXPECT_EQ(answerTo(request), Words{}) << "no header has this size";
+    for (const int link : idle)
         close(link);
-}
-
-TEST_F(SocketDeviceTest, A32BitCallersHeaderIsServedInPieces) {
-    source_.tables.seeUser({1, 2, 3, 4, 5, 6}, {});
-    start();
-    std::vector<std::uint8_t> bytes(12 + 44);
-    const wire_request request{WIRE_MARK, 0xC02CBF0A, 44};
-    memcpy(bytes.data(), &request, sizeof request);
-    bytes[12] = 191;
-    bytes[16] = 10;
-    bytes[17] = 1;
-    bytes[12 + 16] = 1;  // any address
-    bytes[12 + 24] = 50; // capacity
-    const int link = connectTo(kSocket);
-    for (const std::uint8_t byte : bytes)
-        ASSERT_EQ(send(link, &byte, 1, 0), 1);
-    std::vector<std::uint8_t> reply(200);
-    ASSERT_EQ(recv(link, reply.data(), reply.size(), MSG_WAITALL), 12 + 4 + 50);
-    EXPECT_EQ(reply[4], 0) << "errno";
-    EXPECT_EQ(reply[8], 50) << "output length";
-    EXPECT_EQ(reply[12 + 50], 50) << "used length, behind the output";
-    close(link);
 }
 
 TEST_F(SocketDeviceTest, AnEngineThatIsGoneOrMadIsAnErrorNotAHang) {
     std::ofstream(IDPFW_DEVICE).put('x');
-    forward_ioctl asked = header(IDPFW_NR_USER, 1);
+    forward_ioctl asked{};
+    asked.out = out_.data();
     asked.out_len = 10;
-    EXPECT_EQ(call(&asked, IDPFW_NR_USER), ENODEV) << "no socket";
     setenv(IDPFWD_SOCKET_VARIABLE, std::string(200, 'x').c_str(), 1);
-    EXPECT_EQ(call(&asked, IDPFW_NR_USER), ENODEV) << "no socket can have this name";
+    EXPECT_EQ(call(&asked), ENODEV) << "no socket can have this name";
     setenv(IDPFWD_SOCKET_VARIABLE, kSocket.c_str(), 1);
-
-    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(kSocket);
-    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    const int listener = withAddress(bind);
     ASSERT_EQ(listen(listener, 8), 0);
-    struct Case {
-        std::vector<std::uint32_t> reply;
-        int error;
-    };
-    const Case cases[] = {
-        {{}, ENODEV},
-        {{WIRE_MARK, 0}, ENODEV},
-        {{WIRE_MARK, 0, 4, 4}, ENODEV}, // output missing
-        {{1, 0, 0, 0}, EPROTO},
-        {{WIRE_MARK, 5000, 0}, EPROTO},   // no errno
-        {{WIRE_MARK, 0, 11, 11}, EPROTO}, // more than asked for
+    const std::pair<Words, int> cases[] = {
+        {{WIRE_MARK, 0, 4, 4}, ENODEV},                                   // output missing
+        {{1, 0, 0, 0}, EPROTO},           {{WIRE_MARK, 5000, 0}, EPROTO}, // no errno
+        {{WIRE_MARK, 0, 11, 11}, EPROTO},                                 // more than asked for
         {{WIRE_MARK, EBUSY, 0}, EBUSY},
     };
-    for (const Case &each : cases) {
-        std::thread mad([&] {
+    for (const auto &[reply, error] : cases) {
+        const std::jthread mad([listener, &reply] {
             const int link = accept(listener, nullptr, nullptr);
             char request[sizeof(wire_request) + sizeof(forward_ioctl)];
             recv(link, request, sizeof request, MSG_WAITALL);
-            send(link, each.reply.data(), each.reply.size() * 4, MSG_NOSIGNAL);
+            send(link, reply.data(), reply.size() * 4, MSG_NOSIGNAL);
             close(link);
         });
-        EXPECT_EQ(call(&asked, IDPFW_NR_USER), each.error);
-        mad.join();
+        EXPECT_EQ(call(&asked), error);
     }
     close(listener);
-    EXPECT_EQ(call(&asked, IDPFW_NR_USER), ENODEV) << "a socket without an engine";
+    EXPECT_EQ(call(&asked), ENODEV) << "a socket without an engine";
 }
 
 TEST_F(SocketDeviceTest, ADeadEnginesSocketIsReplacedALivingOnesIsNot) {
     start();
     EXPECT_EQ(openSocketDevice(kSocket, IDPFW_DEVICE, error_), nullptr);
     EXPECT_THAT(error_, testing::HasSubstr("another engine"));
-    EXPECT_TRUE(std::filesystem::exists(kSocket));
     stop();
     EXPECT_FALSE(std::filesystem::exists(kSocket));
     EXPECT_FALSE(std::filesystem::exists(IDPFW_DEVICE));
 
-    const int dead = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(kSocket);
-    ASSERT_EQ(bind(dead, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-    close(dead);
+    close(withAddress(bind));
     std::ofstream(IDPFW_DEVICE).put('x');
     start();
     stop();
@@ -162,15 +117,31 @@ TEST_F(SocketDeviceTest, ADeadEnginesSocketIsReplacedALivingOnesIsNot) {
     std::ofstream(kSocket) << "a letter";
     EXPECT_EQ(openSocketDevice(kSocket, IDPFW_DEVICE, error_), nullptr);
     EXPECT_EQ(std::filesystem::file_size(kSocket), 8U) << "a file is no dead engine's socket";
-    EXPECT_EQ(openSocketDevice(std::string(108, 'x'), IDPFW_DEVICE, error_), nullptr);
-    EXPECT_EQ(openSocketDevice("/dev/no/folder", IDPFW_DEVICE, error_), nullptr);
-    EXPECT_THAT(error_, testing::HasSubstr("No such file"));
+}
+
+bool writeText(const char *path, const std::string &text) {
+    return (std::ofstream(path) << text).flush().good();
+}
+
+// Into a mount namespace of our own.
+bool enterNamespace() {
+    const std::string uid = std::to_string(geteuid()), gid = std::to_string(getegid());
+    const bool root = geteuid() == 0;
+    return unshare(CLONE_NEWNS | (root ? 0 : CLONE_NEWUSER)) == 0 &&
+           (root || (writeText("/proc/self/setgroups", "deny") &&
+                     writeText("/proc/self/uid_map", "0 " + uid + " 1") &&
+                     writeText("/proc/self/gid_map", "0 " + gid + " 1"))) &&
+           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 } // namespace
 
+// Every test has an empty "/dev": the real paths are used, and nothing on the machine is touched.
 std::string deviceRefusal() {
-    return ownDevRefusal;
+    static const bool entered = enterNamespace();
+    if (entered && mount("own", "/dev", "tmpfs", 0, nullptr) == 0)
+        return "";
+    return std::string("no /dev of the test's own: ") + strerror(errno);
 }
 
 std::unique_ptr<Device> openTestedDevice(std::string &error) {

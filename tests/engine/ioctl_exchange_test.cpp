@@ -1,158 +1,114 @@
 #include "engine/ioctl_exchange.h"
 
+#include "echo_source.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 
 namespace idpfwd {
 namespace {
 
-constexpr std::uint64_t kHeader = 0x1000, kOut = 0x2000, kUsed = 0x3000, kInput = 0x4000;
+constexpr std::uint32_t kUsed = 0x80, kInput = 0x100, kOut = 0x80000;
 
-class Fixed final : public Source {
-  public:
-    [[nodiscard]] int descriptor() const override { return -1; }
-    [[nodiscard]] int timeout() const override { return -1; }
-    void work() override {}
-    [[nodiscard]] bool finished() const override { return false; }
-    std::optional<Reply> answer(const Request &request) override {
-        ++asked;
-        input = request.input;
-        return reply;
-    }
-    int asked = 0;
-    std::vector<std::uint8_t> input;
-    Reply reply;
-};
-
-class Memory final : public CallerMemory {
-  public:
-    bool read(std::uint64_t address, std::span<std::uint8_t> bytes) override {
-        std::fill(bytes.begin(), bytes.end(), 0x5A);
-        return works && address == kInput;
-    }
-    bool write(std::uint64_t address, std::span<const std::uint8_t> bytes) override {
-        written.assign(bytes.begin(), bytes.end());
-        return works && address == kOut;
-    }
-    bool works = true;
-    std::vector<std::uint8_t> written;
-};
-
-class IoctlExchangeTest : public testing::Test {
+// A caller, with its request at the beginning of its memory, and the kernel between the two.
+class IoctlExchangeTest : public testing::Test, public CallerMemory {
   protected:
-    IoctlExchangeTest() : header_(kHeaderSize32) {
-        put(0, 191);
-        header_[4] = 12;
-        header_[5] = 4;
-        put(16, kOut);
-        put(20, kUsed);
-        put(24, 2'000'000);
+    bool read(std::uint64_t address, std::span<std::uint8_t> target) override {
+        std::copy_n(at(address), target.size(), target.begin());
+        return readable_;
     }
 
-    void put(std::size_t offset, std::uint64_t value) {
-        const auto number = static_cast<std::uint32_t>(value);
-        memcpy(header_.data() + offset, &number, sizeof number);
+    bool write(std::uint64_t address, std::span<const std::uint8_t> source) override {
+        std::copy(source.begin(), source.end(), at(address));
+        return writable_;
     }
 
-    void setInput(std::uint32_t length) {
-        header_[7] = 2;
-        put(8, kInput);
-        put(12, length);
+    std::uint8_t *at(std::uint64_t address) {
+        return reinterpret_cast<std::uint8_t *>(words_.data()) + address;
     }
 
-    Round next(std::span<const std::uint8_t> in, std::size_t outSize = 0) {
-        return exchange_.next({.caller = 7,
-                               .number = 0xC02CBF0C,
-                               .argument = kHeader,
-                               .headerSize = kHeaderSize32,
-                               .in = in,
-                               .outSize = outSize},
-                              memory_, source_);
+    void request(std::uint32_t inputSize, std::uint32_t used = kUsed) {
+        words_ = {IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, inputSize, kOut, used, 2'000'000};
+        words_.resize(0x40000, 0xEEEEEEEE);
     }
 
-    std::vector<std::uint8_t> header_;
-    Fixed source_;
-    Memory memory_;
+    // The next round, with what the last one has asked for mapped.
+    Round next(const Round &last) {
+        std::vector<std::uint8_t> in;
+        for (const auto &[address, size] : last.in)
+            in.insert(in.end(), at(address), at(address) + size);
+        std::size_t outSize = 0;
+        for (const Mapping &piece : last.out)
+            outSize += piece.size;
+        EXPECT_LE(std::max(in.size(), outSize), kMaxMapped);
+        const std::uint32_t number = 0xC02CBF00 + *at(4);
+        return exchange_.next({7, number, 0, kHeaderSize32, in, outSize}, *this, source_);
+    }
+
+    // A call from its first round to its last: 0, or its errno.
+    int call() {
+        Round last, round = next({});
+        for (int further = 0; further < 3 && round.kind == Round::Kind::kRetry; ++further) {
+            last = round;
+            round = next(last);
+        }
+        EXPECT_NE(round.kind, Round::Kind::kRetry) << "header, input, output, and no more";
+        std::span<const std::uint8_t> output(round.output);
+        for (const auto &[address, size] : last.out) {
+            if (output.size() < size)
+                break;
+            std::copy_n(output.begin(), size, at(address));
+            output = output.subspan(size);
+        }
+        EXPECT_TRUE(output.empty());
+        return round.error;
+    }
+
+    std::vector<std::uint32_t> words_;
+    bool readable_ = true, writable_ = true;
+    Echo source_;
     IoctlExchange exchange_;
 };
 
-TEST_F(IoctlExchangeTest, HeaderThenExactlyTheUsedBytesThenTheAnswer) {
-    source_.reply.output = {1, 2, 3};
-    const Round first = next({});
-    EXPECT_EQ(first.kind, Round::Kind::kRetry);
-    EXPECT_EQ(first.in, (std::vector<Mapping>{{kHeader, 44}}));
-    EXPECT_TRUE(first.out.empty());
-
-    const Round second = next(header_);
-    EXPECT_EQ(second.kind, Round::Kind::kRetry);
-    EXPECT_EQ(second.in, (std::vector<Mapping>{{kHeader, 44}}));
-    EXPECT_EQ(second.out, (std::vector<Mapping>{{kUsed, 4}, {kOut, 3}}));
-
-    const Round third = next(header_, 7);
-    EXPECT_EQ(third.kind, Round::Kind::kDone);
-    EXPECT_EQ(third.output, (std::vector<std::uint8_t>{3, 0, 0, 0, 1, 2, 3}));
-    EXPECT_EQ(source_.asked, 1) << "the answer is kept between the rounds";
-    EXPECT_EQ(next({}).in.size(), 1U) << "the next call begins afresh";
+TEST_F(IoctlExchangeTest, InputAndOutputOfEverySizeArriveWhole) {
+    int calls = 0;
+    for (const std::uint32_t size : {0, 1, 131028, 131029, 131068, 131069})
+        for (const std::uint32_t used : {kUsed, 0U}) {
+            request(size, used);
+            std::iota(at(kInput), at(kInput) + size, static_cast<std::uint8_t>(size));
+            EXPECT_EQ(call(), 0) << size;
+            EXPECT_EQ(memcmp(at(kOut), at(kInput), size), 0) << size;
+            EXPECT_EQ(*at(kOut + size), 0xEE) << size;
+            EXPECT_EQ(words_[kUsed / 4], used != 0 ? size : 0xEEEEEEEE);
+            EXPECT_EQ(source_.asked, ++calls) << "once, in however many rounds";
+        }
 }
 
-TEST_F(IoctlExchangeTest, InputIsMappedOrReadWhenItIsTooLarge) {
-    setInput(2);
-    next({});
-    const Round second = next(header_);
-    EXPECT_EQ(second.in, (std::vector<Mapping>{{kHeader, 44}, {kInput, 2}}));
-    auto mapped = header_;
-    mapped.insert(mapped.end(), {8, 9});
-    EXPECT_EQ(next(mapped).out, (std::vector<Mapping>{{kUsed, 4}}));
-    EXPECT_EQ(source_.input, (std::vector<std::uint8_t>{8, 9}));
-
-    setInput(200'000);
-    next({});
-    EXPECT_EQ(next(header_).out, (std::vector<Mapping>{{kUsed, 4}}));
-    EXPECT_EQ(source_.input.size(), 200'000U);
-    memory_.works = false;
-    next({});
-    EXPECT_EQ(next(header_).error, EFAULT);
-}
-
-TEST_F(IoctlExchangeTest, AnAnswerAboveTheMappingLimitGoesStraightIntoTheCaller) {
-    for (const std::size_t size : {kMaxMapped - 4, kMaxMapped - 3}) {
-        memory_.written.clear();
-        source_.reply.output.assign(size, 6);
-        next({});
-        const bool mapped = size + 4 <= kMaxMapped;
-        const std::size_t outSize = mapped ? size + 4 : 4;
-        EXPECT_EQ(next(header_).out.size(), mapped ? 2U : 1U);
-        EXPECT_EQ(next(header_, outSize).output.size(), outSize);
-        EXPECT_EQ(memory_.written.size(), mapped ? 0U : size);
-    }
-    memory_.works = false;
-    next({});
-    next(header_);
-    const Round failed = next(header_, 4);
-    EXPECT_EQ(failed.kind, Round::Kind::kFail);
-    EXPECT_EQ(failed.error, EFAULT);
-}
-
-TEST_F(IoctlExchangeTest, WithoutAnythingToWriteTheAnswerComesAtOnce) {
-    put(20, 0);
-    next({});
-    EXPECT_EQ(next(header_).kind, Round::Kind::kDone);
-    source_.reply.error = EBUSY;
-    EXPECT_EQ(next(header_).error, EBUSY);
-    header_[0] = 0;
-    EXPECT_EQ(next(header_).error, EINVAL);
+TEST_F(IoctlExchangeTest, FailuresHaveTheirErrno) {
+    request(131069);
+    writable_ = false;
+    EXPECT_EQ(call(), EFAULT);
+    readable_ = false;
+    EXPECT_EQ(call(), EFAULT);
+    request(1);
+    *at(4) = 99;
+    EXPECT_EQ(call(), ENOTTY);
+    *at(0) = 0;
+    EXPECT_EQ(call(), EINVAL);
 }
 
 TEST_F(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
-    source_.reply.output = {1};
-    next({});
-    next(header_);
-    next({}); // the same thread calls again
-    source_.reply.output = {2, 3};
-    EXPECT_EQ(next(header_).out, (std::vector<Mapping>{{kUsed, 4}, {kOut, 2}}));
-    EXPECT_EQ(next(header_, 5).error, EIO) << "mapped for another answer";
+    request(1);
+    next(next(next({})));
+    request(2); // the same thread calls again
+    EXPECT_EQ(call(), 0);
+    Round waiting = next(next(next({})));
+    ASSERT_EQ(waiting.out.size(), 2U);
+    waiting.out.pop_back();
+    EXPECT_EQ(next(waiting).error, EIO) << "mapped for another answer";
 }
 
 } // namespace

@@ -13,8 +13,7 @@
 class Scratch {
   public:
     Scratch() {
-        const char *base = getenv("TMPDIR");
-        std::string made = std::string(base != nullptr ? base : "/tmp") + "/engine-XXXXXX";
+        std::string made = std::filesystem::temp_directory_path() / "engine-XXXXXX";
         if (mkdtemp(made.data()) == nullptr)
             throw std::runtime_error("mkdtemp failed");
         path_ = made;
