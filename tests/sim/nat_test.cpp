@@ -14,21 +14,16 @@ TEST_F(Nat, TheWordStartsAtZeroAndIsSharedAsASetting) {
         EXPECT_EQ(agApi_feature_get(&word), 0);
         EXPECT_EQ(word, 0xfffffff8u);
         EXPECT_STREQ(kelpNvramConfig_get("agApi_feature"), "0xfffffff8");
-    });
-}
 
-TEST_F(Nat, WhatIsNoWordLeavesTheCallersUntouched) {
-    std::uint32_t word = 7;
-    for (const char *text : {"-1", " 1", "x", "1x", "0x100000000", "99999999999999999999999"})
-        inProcess([&word, text] {
-            kelpNvramConfig_set("agApi_feature", text);
-            EXPECT_EQ(agApi_feature_get(&word), -1) << text;
-            EXPECT_EQ(word, 7u) << text;
-        });
+        for (const char *wrong : {"-1", "x", "1x", "0x100000000"}) {
+            kelpNvramConfig_set("agApi_feature", wrong);
+            EXPECT_EQ(agApi_feature_get(&word), -1) << wrong;
+        }
+        EXPECT_EQ(word, 0xfffffff8u);
+    });
     setenv("NVRAM_DIR", "/proc/none", 1);
-    inProcess([&word] {
+    inProcess([] {
+        std::uint32_t word = 0;
         EXPECT_EQ(agApi_feature_get(&word), -1);
-        EXPECT_EQ(word, 7u);
-        EXPECT_EQ(agApi_feature_set(1), -1);
     });
 }

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <csignal>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <sstream>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -18,9 +18,8 @@ namespace {
 class Nvram : public OwnStore {};
 
 std::string contents(const std::filesystem::path &file) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(file, std::ios::binary).rdbuf();
-    return bytes.str();
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 // What a loss of power cannot take any more, while a test asks for it.
@@ -33,14 +32,6 @@ int set(const std::string &name, const std::string &value) {
 
 std::string get(const std::string &name) {
     return kelpNvramConfig_get(name.c_str());
-}
-
-void expectNoStore() {
-    EXPECT_STREQ(kelpNvramConfig_get("name"), "");
-    EXPECT_EQ(kelpNvramConfig_match("name", ""), 1);
-    EXPECT_EQ(kelpNvramConfig_match("name", "value"), 0);
-    EXPECT_EQ(kelpNvramConfig_set("name", "value"), -1);
-    EXPECT_EQ(kelpNvramConfig_save(), -1);
 }
 
 void expectWorkingStore() {
@@ -64,56 +55,28 @@ TEST_F(Nvram, NamesAndValuesAreTakenUpToTheirLimitsAndMatchedExactly) {
         EXPECT_EQ(set(name, value), 0);
         EXPECT_EQ(set(name, value + "v"), -1);
         EXPECT_EQ(get(name), value);
-        for (const std::string &refused : {std::string(), name + "n"}) {
-            EXPECT_EQ(set(refused, "x"), -1);
-            EXPECT_EQ(get(refused), "");
-            EXPECT_EQ(kelpNvramConfig_match(refused.c_str(), ""), 1);
-        }
+        EXPECT_EQ(set(name + "n", "x"), -1);
+        EXPECT_EQ(set("", "x"), -1);
+        EXPECT_EQ(kelpNvramConfig_match(name.c_str(), value.c_str()), 1);
+        EXPECT_EQ(kelpNvramConfig_match(name.c_str(), "v"), 0);
         EXPECT_STREQ(kelpNvramConfig_get(nullptr), "");
         EXPECT_EQ(kelpNvramConfig_set(nullptr, "x"), -1);
-        EXPECT_EQ(kelpNvramConfig_set("x", nullptr), -1);
-        EXPECT_EQ(kelpNvramConfig_match(nullptr, ""), 0);
         EXPECT_EQ(kelpNvramConfig_match("x", nullptr), 0);
-
-        set("ten", "10");
-        for (const char *other : {"", "1", "100", "10 "})
-            EXPECT_EQ(kelpNvramConfig_match("ten", other), 0) << other;
-        EXPECT_EQ(kelpNvramConfig_match("ten", "10"), 1);
-        set("ten", "");
-        EXPECT_EQ(kelpNvramConfig_match("ten", ""), 1);
     });
 }
 
 TEST_F(Nvram, ATextStaysValidUntilItsThreadHasRead16More) {
     inProcess([] {
-        const auto value = [](int i) { return std::string(i * 4096 + 1, 'a'); };
-        for (int i = 0; i < 16; ++i)
+        const auto value = [](int i) { return std::string(i % 17 * 4000 + 1, 'a'); };
+        for (int i = 0; i < 17; ++i)
             set(std::to_string(i), value(i));
-        for (int round = 0; round < 3; ++round) {
-            std::array<const char *, 16> texts;
-            for (int i = 0; i < 16; ++i)
-                texts[i] = kelpNvramConfig_get(std::to_string((i + round) % 16).c_str());
-            std::thread([] {
-                for (int i = 0; i < 40; ++i)
-                    get("15");
-            }).join();
-            for (int i = 0; i < 16; ++i)
-                EXPECT_EQ(texts[i], value((i + round) % 16));
-        }
+        std::array<const char *, 16> texts;
+        for (int i = 0; i < 40; ++i)
+            texts[i % 16] = kelpNvramConfig_get(std::to_string(i % 17).c_str());
+        std::thread([] { get("15"); }).join();
+        for (int i = 24; i < 40; ++i)
+            EXPECT_TRUE(texts[i % 16] == value(i)) << i;
     });
-}
-
-TEST_F(Nvram, ProcessesSeeEachOthersChangesAtOnce) {
-    const auto play = [](int first) {
-        for (int turn = first; turn < 200; turn += 2) {
-            while (get("turn") != std::string(turn, 'x'))
-                std::this_thread::yield();
-            EXPECT_EQ(set("turn", std::string(turn + 1, 'x')), 0);
-        }
-    };
-    const pid_t other = startProcess([&] { play(1); });
-    inProcess([&] { play(0); });
-    EXPECT_EQ(statusOf(other), 0);
 }
 
 TEST_F(Nvram, AChildOpensTheStoreAnewAndItsParentKeepsItsOwn) {
@@ -123,11 +86,10 @@ TEST_F(Nvram, AChildOpensTheStoreAnewAndItsParentKeepsItsOwn) {
             setenv("NVRAM_DIR", (folder / "a" / "b").c_str(), 1);
             EXPECT_EQ(get("name"), "");
             EXPECT_EQ(set("name", "child"), 0);
-            inProcess([] { EXPECT_EQ(get("name"), "child"); });
-            EXPECT_EQ(get("name"), "child");
         });
-        inProcess([] { EXPECT_EQ(set("other", get("name")), 0); });
-        EXPECT_EQ(get("name") + get("other"), "parentparent");
+        EXPECT_EQ(get("name"), "parent");
+        inProcess([] { EXPECT_EQ(set("name", get("name") + "'s child"), 0); });
+        EXPECT_EQ(get("name"), "parent's child");
     });
 }
 
@@ -176,36 +138,29 @@ TEST_F(Nvram, ProcessesKilledAtAnyMomentLoseNothingAndLeaveNoLock) {
 }
 
 // Each page of the store may have reached the disk since the last sync, or not.
-static std::string afterLossOfPower(const std::string &now, std::mt19937 &random) {
-    constexpr std::size_t kPage = 4096;
-    std::string left = on_disk;
-    left.resize(now.size());
-    for (std::size_t at = 0; at < now.size(); at += kPage)
-        if (random() % 2 == 0)
-            left.replace(at, kPage, now, at, kPage);
-    return left;
-}
-
 TEST_F(Nvram, WhatWasSavedOutlivesALossOfPowerAtAnyLaterMoment) {
-    const auto value = [](int i) { return std::string(i * 150, static_cast<char>('a' + i)); };
     inProcess([&] {
         power_is_unsafe = true;
-        for (int i = 0; i < 26; ++i)
-            set(std::to_string(i), value(i));
+        set("name", "old");
+        set("name", "saved");
         kelpNvramConfig_save();
         std::filesystem::create_directory(folder / "left");
         std::mt19937 random(1);
         for (int later = 0; later < 40; ++later) {
-            set("later " + std::to_string(later % 7), std::string(random() % 9000, 'x'));
-            std::ofstream(folder / "left" / "data.mdb", std::ios::binary)
-                << afterLossOfPower(contents(folder / "data.mdb"), random);
+            const std::string now = contents(folder / "data.mdb");
+            std::string left = on_disk;
+            left.resize(now.size());
+            for (std::size_t page = 0; page < now.size(); page += 4096)
+                if (random() % 2 == 0)
+                    left.replace(page, 4096, now, page, 4096);
+            std::ofstream(folder / "left" / "data.mdb", std::ios::binary) << left;
             inProcess([&] {
                 power_is_unsafe = false;
                 setenv("NVRAM_DIR", (folder / "left").c_str(), 1);
-                for (int i = 0; i < 26; ++i)
-                    EXPECT_EQ(get(std::to_string(i)), value(i));
+                EXPECT_EQ(get("name"), "saved") << later;
                 expectWorkingStore();
             });
+            set("later " + std::to_string(later % 7), std::string(random() % 9000, 'x'));
         }
     });
 }
@@ -214,29 +169,12 @@ TEST_F(Nvram, KilledReadersLeaveRoomForTheNext) {
     inProcess([] { // keeps the store in use throughout
         set("name", "value");
         for (int i = 0; i < 150; ++i)
-            EXPECT_EQ(statusOf(startProcess([] {
-                          get("name");
-                          raise(SIGKILL);
-                      })),
-                      -SIGKILL);
+            statusOf(startProcess([] {
+                get("name");
+                raise(SIGKILL);
+            }));
         inProcess([] { EXPECT_EQ(get("name"), "value"); });
     });
-}
-
-TEST_F(Nvram, AStoppedProcessDoesNotKeepOldValuesAlive) {
-    const pid_t stopped = startProcess([] {
-        get("name");
-        raise(SIGSTOP);
-    });
-    int status = 0;
-    ASSERT_EQ(waitpid(stopped, &status, WUNTRACED), stopped);
-    inProcess([] {
-        for (int i = 0; i < 50; ++i)
-            ASSERT_EQ(set("name", std::string(65536, static_cast<char>('a' + i % 26))), 0) << i;
-    });
-    kill(stopped, SIGKILL);
-    EXPECT_EQ(statusOf(stopped), -SIGKILL);
-    EXPECT_LT(std::filesystem::file_size(folder / "data.mdb"), 1u << 20);
 }
 
 TEST_F(Nvram, AFullStoreRefusesWhatDoesNotFitAndKeepsTheRest) {
@@ -248,36 +186,25 @@ TEST_F(Nvram, AFullStoreRefusesWhatDoesNotFitAndKeepsTheRest) {
         EXPECT_GT(stored, 500);
         EXPECT_LT(stored, 2000);
         EXPECT_EQ(get("0"), large);
-        EXPECT_EQ(get(std::to_string(stored)), "");
         EXPECT_EQ(set("0", ""), 0);
+        expectWorkingStore();
     });
-    inProcess(expectWorkingStore);
 }
 
-TEST_F(Nvram, AStoreThatCannotBeOpenedReadsAsEmptyUntilItCan) {
-    const std::filesystem::path blocked = folder / "blocked";
-    for (const auto &place : {blocked, blocked / "below"}) {
-        std::ofstream(blocked) << "a file";
-        setenv("NVRAM_DIR", place.c_str(), 1);
+TEST_F(Nvram, AStoreOfOtherBytesIsRefusedLeftAsItIsAndOpenedWhenItIsGone) {
+    for (const std::size_t size : {1, 100, 4096, 100000}) {
+        const std::string garbage(size, 'g');
+        std::ofstream(folder / "data.mdb", std::ios::binary) << garbage;
         inProcess([&] {
             errno = EXDEV;
-            expectNoStore();
+            EXPECT_EQ(get("name"), "");
+            EXPECT_EQ(kelpNvramConfig_match("name", ""), 1);
+            EXPECT_EQ(set("name", "value"), -1);
+            EXPECT_EQ(kelpNvramConfig_save(), -1);
             EXPECT_EQ(errno, EXDEV);
-            std::filesystem::remove(blocked);
+            EXPECT_EQ(contents(folder / "data.mdb"), garbage);
+            std::filesystem::remove(folder / "data.mdb");
             expectWorkingStore();
         });
-        std::filesystem::remove_all(blocked);
-    }
-}
-
-TEST_F(Nvram, AStoreOfOtherBytesIsRefusedAndLeftAsItIs) {
-    for (const std::size_t size : {1, 100, 4096, 100000}) {
-        std::string garbage(size, '\0');
-        std::mt19937 random(static_cast<unsigned int>(size));
-        for (char &byte : garbage)
-            byte = static_cast<char>(random());
-        std::ofstream(folder / "data.mdb", std::ios::binary) << garbage;
-        inProcess(expectNoStore);
-        EXPECT_EQ(contents(folder / "data.mdb"), garbage);
     }
 }
