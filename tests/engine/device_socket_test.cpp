@@ -60,6 +60,8 @@ TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     std::vector<int> idle(40); // more than are served at a time
     for (int &link : idle)
         link = withAddress(connect);
+    forward_ioctl empty{};
+    EXPECT_EQ(call(&empty), EINVAL) << "answered before the shim gives up";
     Words request = {0, 0, 44, 0, 2U << 24, 0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(answerTo(request), Words{}) << "no mark";
     request[0] = WIRE_MARK;

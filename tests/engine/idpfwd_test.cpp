@@ -40,9 +40,9 @@ TEST_F(IdpfwdTest, ServesAndDumpsAScenarioAndLeavesNothingBehind) {
     EXPECT_THAT(scratch.read("dump.json"), HasSubstr("\"down_bytes\": 7,"));
     EXPECT_EQ(call(&users, IDPFW_NR_USER), 0);
     EXPECT_EQ(used_, 0U);
-    EXPECT_EQ(line(), "idpfwd: scenario finished\n");
 
     kill(engine, SIGTERM);
+    EXPECT_EQ(line(), "idpfwd: scenario finished\n");
     EXPECT_EQ(pclose(output), 0);
     EXPECT_THAT(scratch.read("dump.json"), HasSubstr("{\"users\": [],"));
     EXPECT_EQ(scratch.names(), (std::vector<std::string>{"dump.json", "s.json"}));

@@ -89,9 +89,10 @@ TEST_F(IoctlExchangeTest, InputAndOutputOfEverySizeArriveWhole) {
 
 TEST_F(IoctlExchangeTest, FailuresHaveTheirErrno) {
     request(131069);
-    writable_ = false;
-    EXPECT_EQ(call(), EFAULT);
     readable_ = false;
+    EXPECT_EQ(call(), EFAULT);
+    readable_ = true;
+    writable_ = false;
     EXPECT_EQ(call(), EFAULT);
     request(1);
     *at(4) = 99;

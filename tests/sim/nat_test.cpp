@@ -15,7 +15,7 @@ TEST_F(Nat, TheWordStartsAtZeroAndIsSharedAsASetting) {
         EXPECT_EQ(word, 0xfffffff8u);
         EXPECT_STREQ(kelpNvramConfig_get("agApi_feature"), "0xfffffff8");
 
-        for (const char *wrong : {"-1", "x", "1x", "0x100000000"}) {
+        for (const char *wrong : {" 1", "x", "1x", "0x100000000"}) {
             kelpNvramConfig_set("agApi_feature", wrong);
             EXPECT_EQ(agApi_feature_get(&word), -1) << wrong;
         }
