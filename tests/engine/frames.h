@@ -3,7 +3,6 @@
 
 #include "engine/tables.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -54,15 +53,10 @@ inline Bytes tcp(std::uint16_t from, std::uint16_t to, std::uint8_t flags, const
            Bytes{0, 0, 0, 1, 0, 0, 0, 1, 0x50, flags, 250, 240, 0, 0, 0, 0} + payload;
 }
 
-inline Bytes dnsQuery(std::string_view name) {
-    Bytes query = {0, 7, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0};
-    for (std::size_t start = 0; start < name.size();) {
-        const std::size_t end = std::min(name.find('.', start), name.size());
-        query.push_back(static_cast<std::uint8_t>(end - start));
-        query = query + text(name.substr(start, end - start));
-        start = end + 1;
-    }
-    return query + Bytes{0, 0, 1, 0, 1};
+// Asks for www.example.com.
+inline Bytes dnsQuery() {
+    return Bytes{0, 7, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0} + text("\3www\7example\3com") +
+           Bytes{0, 0, 1, 0, 1};
 }
 
 // A TLS hello that names the server.
@@ -73,10 +67,6 @@ inline Bytes clientHello(std::string_view name) {
                        word(extension.size()) + extension;
     const Bytes hello = Bytes{1, 0} + word(body.size()) + body;
     return Bytes{22, 3, 1} + word(hello.size()) + hello;
-}
-
-inline Bytes httpGet(const std::string &host) {
-    return text("GET / HTTP/1.1\r\nHost: " + host + "\r\nUser-Agent: browser\r\n\r\n");
 }
 
 inline Bytes option(std::uint8_t code, std::string_view value) {

@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
 """Makes a small capture of a home network, and counts what is in it.
 
-make_capture.py OUTDIR writes home.pcap, home.pcapng (the same packets) and expected.json: for each
-client and each application that its conversations were meant to be, the bytes up and down. The
-output is the same at every run.
+make_capture.py OUTDIR writes home.pcap and expected.json: for each client and each application
+that its conversations were meant to be, the bytes up and down. The output is the same at every run.
 """
 
 import ipaddress
@@ -270,19 +269,6 @@ def write_pcap(path, frames):
             file.write(struct.pack("<IIII", *divmod(time, 1_000_000), len(data), length) + data)
 
 
-def write_pcapng(path, frames):
-    def block(kind, body):
-        size = 12 + len(body)
-        return struct.pack("<II", kind, size) + body + struct.pack("<I", size)
-
-    with open(path, "wb") as file:
-        file.write(block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1)))
-        file.write(block(1, struct.pack("<HHI", 1, 0, 262144)))
-        for time, data, length in frames:
-            head = struct.pack("<IIIII", 0, time >> 32, time & 0xFFFFFFFF, len(data), length)
-            file.write(block(6, head + data + b"\0" * (-len(data) % 4)))
-
-
 def main():
     if len(sys.argv) != 2:
         sys.exit("usage: make_capture.py OUTDIR")
@@ -296,7 +282,6 @@ def main():
     ]
     os.makedirs(sys.argv[1], exist_ok=True)
     write_pcap(os.path.join(sys.argv[1], "home.pcap"), capture.frames)
-    write_pcapng(os.path.join(sys.argv[1], "home.pcapng"), capture.frames)
     with open(os.path.join(sys.argv[1], "expected.json"), "w", encoding="ascii") as file:
         json.dump(rows, file, indent=1)
 
