@@ -10,51 +10,39 @@
 namespace rig {
 
 constexpr const char *kFlashDevice = "/dev/mtd4";
-constexpr const char *kFlashBlockDevice = "/dev/mtdblock4";
 constexpr std::uint32_t kFlashSize = 0x80000;
 // What a new flash holds.
 inline const std::string kOldFlash(kFlashSize, 'o');
 
-// The n-th call on the flash device (1 is the first) fails: with EIO and nothing done, or after
-// half of its work, which a write tells by a short count.
-struct FlashFault {
-    int call = 0;
-    bool halfDone = false;
-};
-
-// Answers ioctl, write and read of the flash device while it lives; one at a time.
-class FlashSim {
-  public:
+// Answers ioctl and write of the flash device while it lives; one at a time.
+struct FlashSim {
     // The geometry is what MEMGETINFO tells, right or wrong.
-    explicit FlashSim(std::uint32_t eraseSize, std::uint32_t size = kFlashSize);
+    explicit FlashSim(std::uint32_t eraseSize, std::uint32_t size = kFlashSize,
+                      const std::string &contents = kOldFlash);
     ~FlashSim();
-    FlashSim(const FlashSim &) = delete;
-    FlashSim &operator=(const FlashSim &) = delete;
 
-    [[nodiscard]] std::string contents() const;
-    void load(const std::string &contents) const;
-    void fail(FlashFault fault) { fault_ = fault; }
+    [[nodiscard]] static std::string contents();
 
-    // The calls since the last forget(): "info", "unlock <start>", "erase <start>",
-    // "write <size>", "read <size>".
-    [[nodiscard]] const std::vector<std::string> &calls() const { return calls_; }
-    void forget() { calls_.clear(); }
+    // The n-th call (1 is the first) fails with EIO and nothing done, a write that is to be half
+    // done by a short count.
+    std::size_t failingCall = 0;
+    bool halfDone = false;
+
+    // "info", "unlock <start>", "erase <start>", "write <size>".
+    std::vector<std::string> calls;
+    std::uint32_t lastErase = 0; // where it started
 
     // For the interposed calls.
-    [[nodiscard]] bool owns(int descriptor) const;
-    ssize_t onWrite(int descriptor, const void *data, std::size_t size);
-    bool readFails(std::size_t size);
+    int answer(int descriptor, unsigned long request, void *argument);
+    ssize_t write(const void *data, std::size_t size);
+    int device = -1; // of the last MEMGETINFO, which goes before every write
 
   private:
-    int onIoctl(unsigned long request, void *argument);
-    int erase(std::uint32_t start, std::uint32_t length);
     bool failsNow(const std::string &call);
+    int erase(std::uint32_t start, std::uint32_t length);
 
     std::uint32_t eraseSize_;
     std::uint32_t size_;
-    int storage_; // reached by pread and pwrite, which are not interposed
-    FlashFault fault_;
-    std::vector<std::string> calls_;
 };
 
 } // namespace rig
