@@ -6,7 +6,7 @@
 
 using testing::ElementsAre;
 
-class Command : public rig::Fixture {};
+using Command = rig::Fixture;
 
 TEST_F(Command, PlainWordsStandAsTheyAreAndOthersAreQuoted) {
     char line[128];
@@ -48,11 +48,10 @@ TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
 TEST_F(Command, WhatItPrintsFollowsWhatWasPrintedBefore) {
     EXPECT_EQ(rig::standardOutput([] {
                   printf("1 ");
-                  EXPECT_EQ(run_command(64, "echo 2; exit 3"), 3 << 8);
+                  run_command(64, "echo 2");
                   printf("3 ");
                   const char *const echo[] = {"echo", "4", nullptr};
-                  EXPECT_EQ(run_program(echo, "/dev/absent"), 0);
+                  run_program(echo, "/dev/absent");
               }),
               "1 2\n3 4\n");
-    EXPECT_FALSE(rig::fileExists("/dev/absent"));
 }
