@@ -2,13 +2,12 @@
 // the settings hold does no harm.
 #include "device_lists.h"
 
-#include <algorithm>
+#include "sysutil/device_table.h"
+
+#include <list>
 #include <random>
-#include <vector>
 
 namespace {
-
-constexpr unsigned int kRuns = 150;
 
 using Random = std::mt19937;
 
@@ -23,121 +22,81 @@ std::string randomText(Random &random, std::size_t longest) {
     return result;
 }
 
-struct AccessControl {
-    static constexpr const char *kFamilies[] = {"ac_mac_list", "ac_mac_order", "ac_dev_name"};
-    static constexpr std::size_t kCapacity = 128;
-    static constexpr auto &kTable = ac_mac_list;
-    static constexpr auto load = load_ac_mac_list;
-    static constexpr auto save = save_ac_mac_list;
-    static constexpr auto remove = del_ac_mac_entry;
-
-    static void set(Random &random) {
+// Only the lists themselves start empty: names of earlier, longer ones are left behind.
+void build(Random &random) {
+    rig::setSetting("ac_mac_list0", "");
+    rig::setSetting("iqos_mac_list0", "");
+    load_ac_mac_list();
+    load_iqos_list();
+    for (int changes = below(random, 600); changes > 0; --changes) {
         const auto *const mac = macOf(below(random, 200));
+        if (below(random, 8) == 0) {
+            del_ac_mac_entry(mac);
+            del_iqos_mac_entry(mac);
+            continue;
+        }
         if (is_acl_list_full() != 0)
             del_acl_smallest_order_mac();
-        if (below(random, 400) == 0) // without a status: the end for readers
-            set_mac_devName(macOf(200 + below(random, 100)), "nobody");
         set_mac_status(mac, below(random, 2));
         set_mac_devName(mac, randomText(random, 40).c_str());
         set_mac_connType(mac, below(random, 3) - 1);
         acl_rule_curr_order += below(random, 2000);
         inc_acl_mac_curr_order();
         acl_update_mac_order(mac);
+        iqos_dev_entry record{{}, below(random, 100), below(random, 10), 9, 0, ""};
+        randomText(random, 32).copy(record.devName, 32);
+        set_iqos_status(mac, record);
     }
-};
+}
 
-struct Iqos {
-    static constexpr const char *kFamilies[] = {"iqos_mac_list", "iqos_dev_name"};
-    static constexpr std::size_t kCapacity = 64;
-    static constexpr auto &kTable = iqos_dev_list;
-    static constexpr auto load = load_iqos_list;
-    static constexpr auto save = save_iqos_list;
-    static constexpr auto remove = del_iqos_mac_entry;
-
-    static void set(Random &random) {
-        const int status = below(random, 400) == 0 ? -1 : below(random, 10);
-        iqos_dev_entry record{{}, below(random, 100), status, below(random, 10), below(random, 10),
-                              ""};
-        const std::string name = randomText(random, 32);
-        std::copy(name.begin(), name.end(), record.devName);
-        set_iqos_status(macOf(below(random, 100)), record);
+void damageSettings(Random &random) {
+    const std::string families[] = {"ac_mac_list", "ac_mac_order", "ac_dev_name", "iqos_mac_list",
+                                    "iqos_dev_name"};
+    for (int hits = below(random, 40); hits > 0; --hits) {
+        const std::string name = families[random() % 5] + std::to_string(below(random, 10));
+        const std::string pieces[] = {"99999999999999999999:", "-1:", "33:", ".",
+                                      randomText(random, 1200)};
+        std::string text = rig::setting(name);
+        text.replace(random() % (text.size() + 1), random() % 40, pieces[random() % 5]);
+        rig::setSetting(name, text);
     }
-};
+}
 
-template <typename List>
-std::vector<std::string> usedRun() {
-    std::vector<std::string> result;
-    for (const auto &entry : List::kTable) {
-        if (entry.status == -1)
-            break;
-        result.push_back(describe(entry));
-    }
+// The used entries of both lists.
+std::list<std::string> used() {
+    std::list<std::string> result;
+    for (int i = 0; i < used_count(ac_mac_list); ++i)
+        result.push_back(describe(ac_mac_list[i]));
+    for (int i = 0; i < used_count(iqos_dev_list); ++i)
+        result.push_back(describe(iqos_dev_list[i]));
     return result;
 }
 
-template <typename List>
-std::vector<std::string> reload() {
-    rig::standardOutput(List::load);
-    return usedRun<List>();
-}
-
-template <typename List>
-void buildAndSave(Random &random) {
-    // Only the list itself is empty: names of an earlier, longer one are left behind.
-    rig::setSetting(std::string(List::kFamilies[0]) + "0", "");
-    List::load();
-    for (int changes = below(random, 600); changes > 0; --changes) {
-        if (below(random, 8) == 0)
-            List::remove(macOf(below(random, 200)));
-        else
-            List::set(random);
-    }
-    List::save();
-}
-
-template <typename List>
-void damageSettings(Random &random) {
-    for (const char *family : List::kFamilies) {
-        for (int key = 0; key < 10; ++key) {
-            const std::string name = family + std::to_string(key);
-            std::string text = rig::setting(name);
-            for (int hits = below(random, 3); hits > 0; --hits) {
-                const auto place = random() % (text.size() + 1);
-                const auto length = random() % 40;
-                const std::string pieces[] = {
-                    "99999999999999999999:", "-1:", "33:", ".", randomText(random, 1),
-                    randomText(random, 1200)};
-                text.replace(place, length, pieces[random() % std::size(pieces)]);
-            }
-            rig::setSetting(name, text);
-        }
-    }
+std::list<std::string> savedAndLoaded() {
+    save_ac_mac_list();
+    save_iqos_list();
+    loadLists();
+    return used();
 }
 
 } // namespace
 
-template <typename List>
-class NameList : public rig::Fixture {};
-using Lists = testing::Types<AccessControl, Iqos>;
-TYPED_TEST_SUITE(NameList, Lists);
+class NameList : public DeviceLists {};
 
-TYPED_TEST(NameList, WhatTheOperationsBuildComesBackAndDamageToItSettlesWhenSaved) {
-    std::size_t longest = 0;
-    for (unsigned int seed = 1; seed <= kRuns; ++seed) {
+TEST_F(NameList, WhatTheOperationsBuildComesBackAndDamageToItSettlesWhenSaved) {
+    for (unsigned int seed = 1; seed <= 150; ++seed) {
         SCOPED_TRACE(seed);
         Random random(seed);
-        rig::standardOutput([&] { buildAndSave<TypeParam>(random); });
-        const auto built = usedRun<TypeParam>();
-        ASSERT_EQ(reload<TypeParam>(), built);
-        longest = std::max(longest, built.size());
+        rig::standardOutput([&] { build(random); });
+        const auto built = used();
+        ASSERT_EQ(savedAndLoaded(), built);
 
-        damageSettings<TypeParam>(random);
-        const std::size_t count = reload<TypeParam>().size();
-        TypeParam::save(); // limits numbers that are too wide for their cell
-        const auto settled = reload<TypeParam>();
+        damageSettings(random);
+        loadLists();
+        const std::size_t count = used().size();
+        const auto settled = savedAndLoaded(); // numbers too wide for their cell are limited
         ASSERT_EQ(settled.size(), count);
-        TypeParam::save();
-        ASSERT_EQ(reload<TypeParam>(), settled);
+        ASSERT_EQ(savedAndLoaded(), settled);
     }
-    EXPECT_EQ(longest, TypeParam::kCapacity);
+    EXPECT_EQ(rig::settingSaves(), 150 * 3 * 2);
 }
