@@ -2,23 +2,9 @@
 
 #include "support/fixture.h"
 
-#include <climits>
-#include <filesystem>
-
 namespace {
 
 using FirmwareUpdate = rig::Fixture;
-
-TEST_F(FirmwareUpdate, TheFolderFollowsTheRegionUnlessTheFlagIsSet) {
-    const std::pair<const char *, const char *> rows[] = {
-        {"NA", "na"}, {"GR", "gr"}, {"PR", "pr"}, {"RU", "ru"}, {"BZ", "bz"}, {"IN", "in"},
-        {"KO", "ko"}, {"JP", "jp"}, {"AU", "au"}, {"PA", "pa"}, {"", "ww"},   {"na", "ww"}};
-    for (const auto &[region, folder] : rows) {
-        rig::setSetting("sku_name", region);
-        EXPECT_STREQ(get_firmware_update_folder(0), folder);
-        EXPECT_STREQ(get_firmware_update_folder(-1), "ww");
-    }
-}
 
 TEST_F(FirmwareUpdate, AStatusFileGivesTheNumberOfItsFirstLine) {
     const std::pair<std::string, int> rows[] = {
@@ -27,42 +13,6 @@ TEST_F(FirmwareUpdate, AStatusFileGivesTheNumberOfItsFirstLine) {
         rig::writeFile("/tmp/status", content);
         EXPECT_EQ(get_fw_check_status("/tmp/status"), value) << content;
     }
-    EXPECT_EQ(set_fw_check_status("/tmp/status", INT_MIN), 0);
-    EXPECT_EQ(rig::readFile("/tmp/status"), "-2147483648\n");
-    EXPECT_EQ(get_fw_check_status("/tmp/new"), 0);
-    EXPECT_EQ(rig::readFile("/tmp/new"), "0\n");
-}
-
-TEST_F(FirmwareUpdate, AResetWritesZeroIntoEveryFileOfItsKindOnly) {
-    EXPECT_EQ(reset_all_fw_check_status(), 0);
-    EXPECT_FALSE(rig::fileExists("/tmp/device_info_status"));
-    EXPECT_EQ(reset_all_device_info_check_status(), 0);
-    for (const std::string name :
-         {"fw_Cfg", "fw_stringtable", "fw_image", "fw_new_Cfg", "fw_language", "device_info_Cfg",
-          "device_info", "device_info_new_Cfg", "ua_string_table", "mac_table",
-          "device_type_index_table"})
-        EXPECT_EQ(rig::readFile("/tmp/" + name + "_status"), "0\n");
-}
-
-TEST_F(FirmwareUpdate, MarkersAreSeenOnceTheyAreSet) {
-    EXPECT_EQ(check_upgrade_status() + is_fw_upgrading(), 0);
-    EXPECT_EQ(create_upgrade_file(), 0);
-    EXPECT_EQ(check_upgrade_status() - is_fw_upgrading(), 1);
-    EXPECT_EQ(set_fw_is_upgrading(), 0);
-    EXPECT_EQ(is_fw_upgrading(), 1);
-    std::filesystem::remove("/tmp/upgrade.tmp");
-    std::filesystem::create_directory("/tmp/upgrade.tmp");
-    EXPECT_EQ(rig::standardError([] { EXPECT_EQ(create_upgrade_file(), -1); }),
-              "unable to create tmp file: Is a directory\n");
-}
-
-TEST_F(FirmwareUpdate, TheSizeOfAnImageIsItsEnd) {
-    std::uint32_t size = 9;
-    EXPECT_EQ(rig::standardError([&] { EXPECT_EQ(getDownloadImageSize("/tmp/no", &size), 1); }),
-              "/tmp/no: No such file or directory\n");
-    rig::writeFile("/tmp/image", std::string(70000, 'i'));
-    EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
-    EXPECT_EQ(size, 70000u);
 }
 
 } // namespace
