@@ -19,9 +19,8 @@ void setTime(std::time_t now);
 // How many seconds sleep() was asked for since the test began.
 unsigned int sleptSeconds();
 
-// Minutes west of the last settimeofday(), if there was one, and whether the next ones fail.
+// Minutes west of the last settimeofday(), if there was one.
 extern std::optional<int> kernelMinutesWest;
-extern bool settimeofdayFails;
 
 void resetCalls();
 
