@@ -30,11 +30,11 @@ struct RewriteFiles {
     File to;
 };
 
-// Opens the configuration without truncating it, so that it is still whole when its copy cannot be
-// opened.
+// Opens the configuration, or makes an empty one, without truncating it: it is still whole when its
+// copy cannot be opened.
 RewriteFiles open_for_rewrite() {
     copy_file(kConfig, kTemporary);
-    File to(fopen(kConfig, "r+"));
+    File to(fopen(kConfig, "a"));
     if (!to) {
         perror("fopen IQOS_QOS_CONF_PATH");
         return {};

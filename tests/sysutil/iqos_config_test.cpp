@@ -34,3 +34,10 @@ TEST_F(IqosConfig, WithoutACopyTheFileStaysAsItWas) {
     EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1);
     EXPECT_EQ(rig::readFile(kConfig), kOriginal);
 }
+
+TEST_F(IqosConfig, AMissingFileIsMadeAndItsCopyIsWhatIsMissed) {
+    rig::writeFile("/dev/console", "");
+    const auto run = [] { EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1); };
+    EXPECT_EQ(rig::standardError(run), "fopen IQOS_TMP_QOS_CONF_PATH: No such file or directory\n");
+    EXPECT_EQ(rig::readFile(kConfig), "");
+}
