@@ -9,30 +9,20 @@ class PublishVerdict : public rig::Fixture {};
 
 TEST_F(PublishVerdict, TheWordsOfTheOutputDecideAndNothingElse) {
     using namespace std::string_literals;
-    const std::string noise(1 << 20, 'x');
     const std::string upTo(122, 'x'); // leaves five characters of the line's first 127
     const struct {
         const char *method;
         std::string output;
         Verdict verdict;
     } rows[] = {
-        {"IoT", "", None},
-        {"IoT", "connecting\n\npublish done\nerror\nX-Error\n", None},
         {"IoT", "connecting\nPublish done\nERROR\n", Success},
         {"IoT", "x ERRORS x\nPublish done\n", Failure},
-        {"IoT", "Publish done ERROR\n", Failure},
-        {"IoT", noise + "\nPublish done\n", Success},
         {"IoT", upTo + "ERROR\n", Failure},
         {"IoT", upTo + "xERROR\n", None},
         {"IoT", "\xff\x01\0ERROR\nPublish done"s, Success},
         {"MCS", "", None},
-        {"MCS", "X-Error: 4", Failure},
         {"MCS", "curl: Couldn't resolve host\n", Failure},
-        {"MCS", "ERROR couldn't resolve X-error\n", Success},
         {"MCS", "\nX-Error\n", Success},
-        {"MCS", noise + "X-Error", Success},
-        {"MCS", "\0X-Error\n"s, Success},
-        {"IoTs", "ERROR\nX-Error\nPublish done\n", None},
     };
     for (const auto &row : rows) {
         rig::writeFile("/tmp/output", row.output);
