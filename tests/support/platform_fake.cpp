@@ -9,7 +9,6 @@
 namespace rig {
 namespace {
 std::map<std::string, std::string> store;
-int reads;
 int saves;
 bool refusing;
 } // namespace
@@ -26,9 +25,6 @@ std::string setting(const std::string &name) {
     return found == store.end() ? "" : found->second;
 }
 
-int settingReads() {
-    return reads;
-}
 int settingSaves() {
     return saves;
 }
@@ -38,7 +34,7 @@ void refuseSettings() {
 
 void resetPlatform() {
     store.clear();
-    reads = saves = 0;
+    saves = 0;
     refusing = natReadFails = false;
     natWord = 0;
 }
@@ -49,7 +45,6 @@ void resetPlatform() {
 const char *kelpNvramConfig_get(const char *name) {
     static std::array<std::string, 16> recent;
     static std::size_t next;
-    ++rig::reads;
     std::string &slot = recent[next++ % recent.size()];
     slot = std::string(); // a stale pointer into the old text is caught by the sanitizer
     slot = rig::setting(name);
@@ -57,7 +52,6 @@ const char *kelpNvramConfig_get(const char *name) {
 }
 
 int kelpNvramConfig_match(const char *name, const char *value) {
-    ++rig::reads;
     return rig::setting(name) == value ? 1 : 0;
 }
 

@@ -11,8 +11,7 @@ void setSetting(const std::string &name, const std::string &value);
 // "" when unset.
 std::string setting(const std::string &name);
 
-// Counts since the test began.
-int settingReads();
+// How often they were saved since the test began.
 int settingSaves();
 
 // Makes every further kelpNvramConfig_set fail.
