@@ -29,7 +29,7 @@ std::vector<rig::FakeEngine> randomScenes(int count) {
     for (auto &scene : scenes) {
         for (int i = upTo(12); i > 0; --i) {
             scene.addUser(1 + upTo(8), upTo(2), upTo(2));
-            scene.users.back().mac[5] = upTo(20);
+            scene.users.back().mac[5] = upTo(99);
         }
         for (int i = upTo(60); i > 0; --i)
             scene.addRow(upTo(9), upTo(4), upTo(2), 10 * upTo(2), upTo(2));
@@ -102,11 +102,11 @@ TEST_F(UsagePass, AnEngineThatFailsIsLoggedAndRetiresWhatWasThere) {
 
 TEST_F(UsagePass, GivesExactlyTheTableOfThePlainNestedWalk) {
     const auto scenes = randomScenes(60);
-    const auto play = [&](int (*pass)()) {
+    const auto play = [&](int (*updateTable)()) {
         std::vector<std::vector<std::string>> tables;
-        for (const auto &scene : scenes) {
-            show(scene, 3000 + 10 * tables.size());
-            pass();
+        for (int pass = 0; pass < 240; ++pass) {
+            show(scenes[pass / 4], 3000 + 10 * pass);
+            updateTable();
             tables.push_back(rig::tableLines());
         }
         freeTrafficUsageDTable();
