@@ -21,6 +21,7 @@ TEST_F(PublishVerdict, TheWordsOfTheOutputDecideAndNothingElse) {
         {"IoT", upTo + "xERROR\n", None},
         {"IoT", "\xff\x01\0ERROR\nPublish done"s, Success},
         {"MCS", "", None},
+        {"MCS", "X-Error: 4", Failure},
         {"MCS", "curl: Couldn't resolve host\n", Failure},
         {"MCS", "\nX-Error\n", Success},
     };
