@@ -71,7 +71,7 @@ bool publish_by_iot(const ra_device_info *device, int group) {
                         kPublisherLog))
         return false;
     printf("\n[awsiot]%s\n", command);
-    if (run_shell(command) == -1)
+    if (!has_run(run_shell(command)))
         return false;
     log_publication("ra_send_json_report_using_IoT", 512, group);
     run_command(kCommandSize, "cat /tmp/aws_json_dir/aws_%s_%d.json >> %s", kModel, group,
@@ -82,8 +82,8 @@ bool publish_by_iot(const ra_device_info *device, int group) {
 // Deliberately unlike IoT: the publisher writes its output by itself, so that one that could not
 // start leaves the previous output to be judged; and the report is not copied into the debug log.
 bool publish_by_mcs(int group) {
-    if (run_command(kCommandSize, "%s/%s -g %d -f %s", ra_get_root_dir(), "mcs_publish", group,
-                    kPublisherLog) == -1)
+    if (!has_run(run_command(kCommandSize, "%s/%s -g %d -f %s", ra_get_root_dir(), "mcs_publish",
+                             group, kPublisherLog)))
         return false;
     log_publication("ra_send_json_report_using_MCS", 527, group);
     return true;

@@ -129,6 +129,10 @@ int run_shell(const char *command_line) {
     return system(command_line);
 }
 
+bool has_run(int status) {
+    return status != -1 || errno == ECHILD;
+}
+
 bool format_command(char *destination, std::size_t size, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
@@ -146,7 +150,11 @@ int run_command(std::size_t buffer_size, const char *format, ...) {
     va_start(arguments, format);
     const bool complete = expand(CommandLine(line, size), format, arguments);
     va_end(arguments);
-    return complete ? run_shell(line) : -1;
+    if (!complete) {
+        errno = EINVAL;
+        return -1;
+    }
+    return run_shell(line);
 }
 
 int run_program(const char *const arguments[], const char *output_path) {

@@ -17,7 +17,8 @@ constexpr std::size_t kLargestCommand = 2048;
 //
 // A command of buffer_size characters or more (buffer_size is at most kLargestCommand) is not run.
 //
-// Returns the status of system(), or -1 when the command was refused or could not be started.
+// Returns the status of system(), or -1 when the command was refused (errno is EINVAL then) or
+// could not be started.
 [[gnu::format(printf, 2, 3)]] int run_command(std::size_t buffer_size, const char *format, ...);
 
 // The command line that run_command would run, for callers that print it first. destination has
@@ -27,6 +28,10 @@ constexpr std::size_t kLargestCommand = 2048;
 
 // Runs a finished command line: flushes standard output, then system(). Returns its status.
 int run_shell(const char *command_line);
+
+// Whether the command ran whose status was returned just before. In a process that ignores SIGCHLD
+// commands run like in any other, but system() has no status to give and fails with ECHILD.
+bool has_run(int status);
 
 // Runs a program with an argument vector (NULL at its end), found on the PATH, without a shell:
 // flushes standard output, then waits. What the program prints goes to the end of output_path, a

@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -128,6 +129,16 @@ TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
               << ra_get_internet_connection_info(2) << " " << rig::setting("awsiot_retry_count");
         EXPECT_EQ(after.str(), row.after) << row.method << " " << row.output << " " << row.group;
     }
+}
+
+TEST_F(GroupPublish, AProcessThatIgnoresItsChildrenGetsItsVerdictAllTheSame) {
+    publisherSays("ERROR X-Error\n");
+    signal(SIGCHLD, SIG_IGN);
+    send(0);
+    use("MCS");
+    send(0);
+    signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ(counters(0), "2/0/0/0");
 }
 
 TEST_F(GroupPublish, TheNoPublishSwitchPretendsASuccess) {
