@@ -84,6 +84,14 @@ TEST_F(UsagePass, TakesNeitherTheLastUserSlotNorTheLastRowSlot) {
     EXPECT_THAT(tableNames(), ElementsAre("1 Media/Video"));
 }
 
+TEST_F(UsagePass, ManyRecordsOfTheSameIdsCostNoMoreThanOthers) {
+    rig::writeNames("1,Media\n", "1,1,0,Video\n" + std::string(300000, '\n'));
+    engine.addUser(1);
+    engine.addRow(1, 1, 1, 10, 1);
+    updateTrafficUsageDTable(); // in minutes, were each compared with all before it
+    EXPECT_THAT(tableNames(), ElementsAre("1 Media/Video"));
+}
+
 TEST_F(UsagePass, AnEngineThatFailsIsLoggedAndRetiresWhatWasThere) {
     engine.addUser(1);
     engine.addRow(1, 1, 1, 10, 1);

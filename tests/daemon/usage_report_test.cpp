@@ -61,6 +61,7 @@ TEST_F(UsageReport, TakesEveryRecordOnceInSlotOrderAndLoadsTheDeviceTypesOnce) {
     rig::fillBuffer(MAX_ENTRY);
     for (int i = 0; i < MAX_ENTRY; ++i)
         trafficBuffer[i].typeId = i;
+    memset(trafficBuffer[0].appName, 'n', 64); // no room for a terminator
     cJSON *document = nullptr;
     EXPECT_EQ(rig::standardError([&] { document = createTrafficUsageDetailObj(); }),
               "[init_dev_os(336)]: get /tmp/trend/bwdpi.devdb.db error \n"); // once for each load
@@ -69,6 +70,8 @@ TEST_F(UsageReport, TakesEveryRecordOnceInSlotOrderAndLoadsTheDeviceTypesOnce) {
     cJSON_ArrayForEach(record, cJSON_GetObjectItem(document, "trafficInfo"))
         EXPECT_EQ(cJSON_GetObjectItem(record, "trafficStartTime")->valueint, start++);
     EXPECT_EQ(start, 100 + MAX_ENTRY);
+    const cJSON *oldest = cJSON_GetArrayItem(cJSON_GetObjectItem(document, "trafficInfo"), 0);
+    EXPECT_EQ(cJSON_GetObjectItem(oldest, "appName")->valuestring, std::string(63, 'n'));
     cJSON_Delete(document);
 }
 
