@@ -11,8 +11,8 @@ extern "C" {
 
 /*
  * Removes the file at path when it has limit_mib times 1,048,576 bytes or more, and says so in the
- * debug log. A limit below 0 removes nothing; a file that cannot be opened is left alone, on a router
- * whose off_t has 32 bits also one of 2 GiB or more.
+ * debug log. A limit below 0 removes nothing; a file that cannot be opened is left alone, where
+ * off_t has 32 bits also one of 2 GiB or more.
  */
 void check_size(const char *path, int limit_mib);
 
