@@ -105,12 +105,14 @@ TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
     } rows[] = {
         {"IoT", "Publish done", 1, "0", "0/0/0/5 0 1 00 x"},
         {"IoT", "Publish done", 4, "0", "0/0/0/5 1 1 77 x"},
+        {"IoT", "ERROR", 1, "0", "3/0/0/5 0 1 77 1"},
         {"IoT", "ERROR", 4, "-", "3/0/0/5 - 1 77 1"},
         {"IoT", "ERROR", 4, "0", "3/0/0/5 1 1 77 1"},
         {"MCS", "fine", 1, "0", "0/3/1/5 0 1 77 x"},
         {"MCS", "fine", 2, "0", "0/3/1/5 0 0 77 x"},
         {"MCS", "fine", 4, "0", "0/3/1/5 1 1 77 x"},
         {"MCS", "X-Error", 2, "0", "0/3/1/5 0 0 77 x"},
+        {"MCS", "X-Error", 1, "0", "0/3/1/5 0 1 77 x"},
     };
     for (const auto &row : rows) {
         rig::setSetting("RA_useroption_report", row.option);
@@ -133,18 +135,27 @@ TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
 
 TEST_F(GroupPublish, AProcessThatIgnoresItsChildrenGetsItsVerdictAllTheSame) {
     publisherSays("ERROR X-Error\n");
+    ra_report_fw_upgrade_start();
     signal(SIGCHLD, SIG_IGN);
-    send(0);
+    send(2);
     use("MCS");
-    send(0);
+    EXPECT_EQ(send(2), "\n[RAE]MCS Publish failed !!ERROR X-Error\n");
     signal(SIGCHLD, SIG_DFL);
-    EXPECT_EQ(counters(0), "2/0/0/0");
+    EXPECT_EQ(counters(2), "2/0/0/0");
+    EXPECT_EQ(rig::setting("awsiot_retry_count"), "1");
+    EXPECT_EQ(ra_get_check_fw_report(), 1); // open until the group is given up
 }
 
 TEST_F(GroupPublish, TheNoPublishSwitchPretendsASuccess) {
+    const std::string line = "\n[RAE]##################################################\n";
     rig::setSetting("aws_json_no_publish", "1");
-    send(0);
+    g_group_retry[0] = {1, 0, 0, 0};
+    EXPECT_EQ(send(0), line + "\n[RAE]aws_json_no_publish=1, don't send RA log to server\n" + line);
+    EXPECT_EQ(counters(0), "0/0/0/0");
     EXPECT_EQ(rig::readFile(kDebugLog), "Publish done\n");
+    publisherSays("Publish done\n");
+    rig::setSetting("aws_json_no_publish", "0");
+    EXPECT_THAT(send(0), testing::EndsWith("\n[RAE]awsiot Publish success !!"));
 }
 
 TEST_F(GroupPublish, AnUnsentReportIsSentAgainEvenWhenItsDirectoryHasVanished) {
@@ -159,6 +170,10 @@ TEST_F(GroupPublish, AnUnsentReportIsSentAgainEvenWhenItsDirectoryHasVanished) {
 }
 
 TEST_F(GroupPublish, WithoutAPublisherThatCanBeRunThereIsNoVerdict) {
+    use("");
+    send(0);
+    EXPECT_EQ(rig::readFile(kDebugLog), "[2024/1/5 07:08:09]ra_check_json_publish_status(665) open "
+                                        "/tmp/ra_pub_log.txt file failed\n");
     rig::writeFile(kOutput, "ERROR\nX-Error\n");
     rig::fakeCommand("-g");
     rig::fakeCommand("-i");
