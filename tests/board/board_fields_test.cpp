@@ -28,10 +28,14 @@ TEST_F(BoardFields, TheAddressesAreKept) {
 TEST_F(BoardFields, APinHasEightDigitsOfWhichTheLastChecks) {
     const rig::FlashSim flash(0x10000);
     char out[9];
-    EXPECT_EQ(bd_read_pin(out, 8), -1);
-    for (const char *wrong :
-         {"1234567", "123456700", "1234567:", "-1234567", "12345678", "21345670"})
-        EXPECT_EQ(bd_write_pin(wrong), -1) << wrong;
+    const std::pair<const char *, const char *> refusals[] = {
+        {"1234567", "length error (8 digits)\n"},  {"123456700", "length error (8 digits)\n"},
+        {"1234567:", "format error (8 digits)\n"}, {"-1234567", "format error (8 digits)\n"},
+        {"12345678", "checksum failed!"},          {"21345670", "checksum failed!"}};
+    for (const auto &[pin, printed] : refusals)
+        EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(bd_write_pin(pin), -1); }), printed) << pin;
+    EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(bd_read_pin(out, 8), -1); }),
+              "PIN number not found!");
     for (const char *pin : {"12345670", "99999995"}) {
         ASSERT_EQ(bd_write_pin(pin), 0);
         EXPECT_EQ(bd_read_pin(out, 8), 0);
@@ -45,10 +49,15 @@ TEST_F(BoardFields, WirelessTextsKeepTheirRulesOnBothBands) {
         int (*write)(const char *text, int band);
         int (*read)(char *out, int size, int band);
         int record; // of the first band
-        std::string shortest, longest;
-    } texts[] = {{bd_write_ssid, bd_read_ssid, 1, "", std::string(32, ' ')},
-                 {bd_write_passphrase, bd_read_passphrase, 2, "12345678", std::string(63, '~')}};
-    for (const auto &[write, read, record, shortest, longest] : texts) {
+        std::string shortest, longest, tooLong, notPrintable;
+    } texts[] = {{bd_write_ssid, bd_read_ssid, 1, "", std::string(32, ' '),
+                  "Invalid SSID length. Max 32 chars!\n", "Invalid chars in SSID!"},
+                 {bd_write_passphrase, bd_read_passphrase, 2, "12345678", std::string(63, '~'),
+                  "Invalid Passphrase length. 8 - 63 chars!\n", "Invalid chars in passphrase!"}};
+    for (const auto &[write, read, record, shortest, longest, tooLong, notPrintable] : texts) {
+        const auto refusal = [write = write](const std::string &text) {
+            return rig::standardOutput([&] { EXPECT_EQ(write(text.c_str(), 2), -1) << text; });
+        };
         for (const int band : {2, 1}) {
             for (const std::string &text : {shortest, longest}) {
                 char out[64];
@@ -61,8 +70,8 @@ TEST_F(BoardFields, WirelessTextsKeepTheirRulesOnBothBands) {
             }
         }
         for (const char *wrong : {"1234567\x1f", "1234567\x7f", "1234567\xe4"})
-            EXPECT_EQ(write(wrong, 2), -1) << wrong;
-        EXPECT_EQ(write((longest + "x").c_str(), 2), -1);
+            EXPECT_EQ(refusal(wrong), notPrintable);
+        EXPECT_EQ(refusal(longest + "x"), tooLong);
     }
     EXPECT_EQ(bd_write_passphrase("1234567", 1), -1);
 }

@@ -79,3 +79,11 @@ extern "C" ssize_t write(int descriptor, const void *data, std::size_t size) {
         return rig::current->write(data, size);
     return syscall(SYS_write, descriptor, data, size);
 }
+
+// The short read that ends a write.
+extern "C" ssize_t read(int descriptor, void *data, std::size_t size) {
+    if (size == 10 && rig::current != nullptr && rig::current->device == descriptor &&
+        rig::current->failsNow("read 10"))
+        return -1;
+    return syscall(SYS_read, descriptor, data, size);
+}

@@ -14,7 +14,7 @@ constexpr std::uint32_t kFlashSize = 0x80000;
 // What a new flash holds.
 inline const std::string kOldFlash(kFlashSize, 'o');
 
-// Answers ioctl and write of the flash device while it lives; one at a time.
+// Answers ioctl, write and the closing read of the flash device while it lives; one at a time.
 struct FlashSim {
     // The geometry is what MEMGETINFO tells, right or wrong.
     explicit FlashSim(std::uint32_t eraseSize, std::uint32_t size = kFlashSize,
@@ -28,17 +28,17 @@ struct FlashSim {
     std::size_t failingCall = 0;
     bool halfDone = false;
 
-    // "info", "unlock <start>", "erase <start>", "write <size>".
+    // "info", "unlock <start>", "erase <start>", "write <size>", "read 10".
     std::vector<std::string> calls;
     std::uint32_t lastErase = 0; // where it started
 
     // For the interposed calls.
     int answer(int descriptor, unsigned long request, void *argument);
     ssize_t write(const void *data, std::size_t size);
-    int device = -1; // of the last MEMGETINFO, which goes before every write
+    bool failsNow(const std::string &call); // notes it, too
+    int device = -1;                        // of the last MEMGETINFO, which goes before every write
 
   private:
-    bool failsNow(const std::string &call);
     int erase(std::uint32_t start, std::uint32_t length);
 
     std::uint32_t eraseSize_;

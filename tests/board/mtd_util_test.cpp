@@ -64,7 +64,8 @@ TEST_F(Mtd, AWriteGoesBlockByBlockAndFillsUpItsLastChunk) {
             calls = flash.calls;
         }
     }
-    EXPECT_EQ(calls, (Calls{"info", "unlock 0", "erase 0", "write 65536"})); // no longer than asked
+    // No longer than asked.
+    EXPECT_EQ(calls, (Calls{"info", "unlock 0", "erase 0", "write 65536", "read 10"}));
 }
 
 TEST_F(Mtd, AGeometryOrLengthThatCannotBeRightIsRefusedBeforeAnyErase) {
@@ -117,7 +118,8 @@ void failCall(const Operation &operation, std::uint32_t eraseSize, std::size_t c
     const std::string printed = rig::standardError([&] { result = operation.run(); });
     const std::string &failed = flash.calls.at(call - 1);
     SCOPED_TRACE(operation.name + (", " + failed));
-    const bool ignored = failed.starts_with("unlock"); // as on chips without locks
+    // As on chips without locks; and nothing hangs on what the closing read gives.
+    const bool ignored = failed.starts_with("unlock") || failed.starts_with("read");
     EXPECT_EQ(result, ignored ? 0 : operation.failure);
     EXPECT_EQ(printed, ignored ? "" : "/dev/mtd4: Input/output error\n");
     const std::size_t intact = ignored ? kFlashSize : flash.lastErase;
