@@ -5,8 +5,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tuple>
+#include <unistd.h>
 
 using testing::ElementsAre;
 
@@ -16,19 +18,28 @@ namespace {
 
 constexpr const char *kLogDevice = "/dev/aglog";
 
+int writes;
+
 // What stands in the log afterwards.
 std::string writeLog(const std::string &text, int length, int type) {
     rig::writeFile(kLogDevice, "");
     std::vector<char> buffer(text.begin(), text.end());
     buffer.push_back('#'); // no byte more than promised
+    writes = 0;
     EXPECT_EQ(quillWriteLog(buffer.data(), length, type), 0);
     return rig::readFile(kLogDevice);
 }
 
 } // namespace
 
-TEST_F(LogAndCommand, ALogLineGoesOutWithItsNul) {
+extern "C" ssize_t write(int descriptor, const void *data, std::size_t size) {
+    ++writes;
+    return syscall(SYS_write, descriptor, data, size);
+}
+
+TEST_F(LogAndCommand, ALogLineGoesOutWithItsNulInOneWrite) {
     EXPECT_EQ(writeLog("abcdef", 6, 1 << 16), std::string("abcdef\0", 7));
+    EXPECT_EQ(writes, 1);
     EXPECT_EQ(writeLog("abcdef", 3, 1 << 16), std::string("abc\0", 4));
     EXPECT_EQ(writeLog("abc", -1, 1 << 16), "");
 }

@@ -233,6 +233,7 @@ TEST_F(EndToEnd, ATerminationDuringAPassEndsItWithNothingFurtherReported) {
     startForGood();
     EXPECT_EQ(daemonsEnd(), 0);
     EXPECT_EQ(rig::recordedCommands().size(), 1u);
+    EXPECT_THAT(slurp(kReport), HasSubstr("\"numOfTrafficRecrod\":\t294"));
     EXPECT_FALSE(rig::fileExists(kPidFile));
 }
 
