@@ -101,10 +101,14 @@ int get(Arguments names) {
     const std::string_view name = names[0];
     if (const std::string problem = name_problem(name); !problem.empty())
         return misused(problem);
-    const store::Reading reading;
-    if (reading.result() != 0)
-        return store_failed(reading.result());
-    std::cout << reading.value(name) << '\n';
+    std::string value;
+    {
+        const store::Reading reading; // ends before a slow reader of the output is waited for
+        if (reading.result() != 0)
+            return store_failed(reading.result());
+        value = reading.value(name);
+    }
+    std::cout << value << '\n';
     return kDone;
 }
 

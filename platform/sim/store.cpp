@@ -1,18 +1,23 @@
 #include "platform/sim/store.h"
 
+#include "common/file.h"
+
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace store {
 namespace {
 constexpr const char *kDefaultDirectory = "/var/lib/router-nvram";
 constexpr std::size_t kLargestStore = std::size_t{64} << 20;
+constexpr unsigned int kMostReaders = 512; // threads of all processes, from their first reading on
 
 // A commit waits for its pages to be on permanent storage, not for the page that makes them the
 // newest: that follows with the next commit, or with save(). Without the first wait a loss of power
@@ -92,17 +97,23 @@ int make_directory(const char *path) {
 // The kernel sees a deadlock (EDEADLK) where one thread of a process waits for the writer's record
 // and another holds the new reader's, which the writer asks for: it does not tell threads apart.
 // Whoever holds the latter waits for nothing, so that asking again succeeds.
-int lock_record(MDB_env *lmdb, Turn turn, short type) {
+int lock_record(int descriptor, off_t record, short type) {
+    struct flock lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = record;
+    lock.l_len = 1;
+    while (fcntl(descriptor, F_SETLKW, &lock) != 0) {
+        if (errno != EINTR && errno != EDEADLK)
+            return errno;
+    }
+    return 0;
+}
+
+int lock_turn(MDB_env *lmdb, Turn turn, short type) {
     int descriptor = -1;
-    int result = mdb_env_get_fd(lmdb, &descriptor);
-    struct flock record = {};
-    record.l_type = type;
-    record.l_whence = SEEK_SET;
-    record.l_start = turn;
-    record.l_len = 1;
-    while (result == 0 && fcntl(descriptor, F_SETLKW, &record) != 0)
-        result = errno == EINTR || errno == EDEADLK ? 0 : errno;
-    return result;
+    const int result = mdb_env_get_fd(lmdb, &descriptor);
+    return result != 0 ? result : lock_record(descriptor, turn, type);
 }
 
 // LMDB's own locks are freed when their holder dies, but a process that dies just as it is woken to
@@ -110,14 +121,14 @@ int lock_record(MDB_env *lmdb, Turn turn, short type) {
 // kernel has no such gap, so processes wait for that one, and meet at LMDB's one at a time.
 int take_turn(Environment &environment, Turn turn) {
     pthread_mutex_lock(&environment.turns[turn]);
-    const int result = lock_record(environment.lmdb, turn, F_WRLCK);
+    const int result = lock_turn(environment.lmdb, turn, F_WRLCK);
     if (result != 0)
         pthread_mutex_unlock(&environment.turns[turn]);
     return result;
 }
 
 void end_turn(Environment &environment, Turn turn) {
-    (void)lock_record(environment.lmdb, turn, F_UNLCK);
+    (void)lock_turn(environment.lmdb, turn, F_UNLCK);
     pthread_mutex_unlock(&environment.turns[turn]);
 }
 
@@ -159,22 +170,78 @@ int open_settings(Environment &environment) {
     return mdb_txn_commit(transaction);
 }
 
-int open_lmdb(Environment &environment) {
-    int result = mdb_env_set_mapsize(environment.lmdb, kLargestStore);
+// A program that was started without standard input or output must not get the store's files in
+// their place, and print into them.
+void fill_standard_descriptors() {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
+        descriptor = ::open("/dev/null", O_RDWR);
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+int open_file(const char *name, int flags) {
+    char path[PATH_MAX];
+    const int length = snprintf(path, sizeof path, "%s/%s", directory(), name);
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    return ::open(path, flags | O_CLOEXEC, 0600);
+}
+
+// LMDB begins a store with one write of two pages. A process that is killed amid it leaves less:
+// nothing was ever set in that, and LMDB would refuse it for good.
+void drop_torn_beginning() {
+    constexpr unsigned char kMagic[] = {0xDE, 0xC0, 0xEF, 0xBE};
+    constexpr off_t kMagicAt = 16;
+    unsigned char found[sizeof kMagic];
+    const Descriptor data(open_file("data.mdb", O_RDWR));
+    struct stat status {};
+    if (!data || fstat(data.get(), &status) != 0 || status.st_size >= 2 * sysconf(_SC_PAGESIZE))
+        return;
+    if (pread(data.get(), found, sizeof found, kMagicAt) == sizeof found &&
+        memcmp(found, kMagic, sizeof found) == 0)
+        (void)!ftruncate(data.get(), 0);
+}
+
+int open_lmdb(MDB_env *&lmdb) {
+    int result = mdb_env_create(&lmdb);
+    if (result != 0)
+        return result;
+    result = mdb_env_set_mapsize(lmdb, kLargestStore);
     if (result == 0)
-        result = mdb_env_open(environment.lmdb, directory(), kFlags, 0600);
+        result = mdb_env_set_maxreaders(lmdb, kMostReaders);
     if (result == 0)
-        result = open_settings(environment);
+        result = mdb_env_open(lmdb, directory(), kFlags, 0600);
+    if (result != 0)
+        mdb_env_close(lmdb);
     return result;
+}
+
+// Whoever waits at LMDB's own lock for another to create the store takes it to be made, even when
+// the other one was killed. So processes open it one by one; and a second time when the first
+// failed, because what was killed may have let go of our lock before LMDB's.
+int open_in_turn(MDB_env *&lmdb) {
+    fill_standard_descriptors();
+    const Descriptor opening_file(open_file("opening", O_RDWR | O_CREAT));
+    if (!opening_file)
+        return errno;
+    int result = lock_record(opening_file.get(), 0, F_WRLCK);
+    if (result != 0)
+        return result;
+    drop_torn_beginning();
+    result = open_lmdb(lmdb);
+    return result != 0 ? open_lmdb(lmdb) : 0;
 }
 
 int open_new(Environment &environment) {
     int result = make_directory(directory());
     if (result == 0)
-        result = mdb_env_create(&environment.lmdb);
+        result = open_in_turn(environment.lmdb);
     if (result != 0)
         return result;
-    result = open_lmdb(environment);
+    result = open_settings(environment);
     if (result != 0)
         mdb_env_close(environment.lmdb);
     return result;

@@ -7,12 +7,14 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
+#include <latch>
 #include <random>
 #include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 class Nvram : public OwnStore {};
@@ -168,12 +170,41 @@ TEST_F(Nvram, WhatWasSavedOutlivesALossOfPowerAtAnyLaterMoment) {
 TEST_F(Nvram, KilledReadersLeaveRoomForTheNext) {
     inProcess([] { // keeps the store in use throughout
         set("name", "value");
-        for (int i = 0; i < 150; ++i)
+        for (int i = 0; i < 600; ++i) // more than it has room for
             statusOf(startProcess([] {
                 get("name");
                 raise(SIGKILL);
             }));
         inProcess([] { EXPECT_EQ(get("name"), "value"); });
+    });
+}
+
+TEST_F(Nvram, ManyThreadsReadWhileTheOthersLive) {
+    inProcess([] {
+        set("name", "value");
+        std::latch all(300);
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 300; ++i)
+            threads.emplace_back([&] {
+                EXPECT_EQ(get("name"), "value");
+                all.arrive_and_wait();
+            });
+    });
+}
+
+TEST_F(Nvram, AStoreWhoseCreatorWasKilledIsBegunAnew) {
+    inProcess([] { set("name", "value"); });
+    std::filesystem::resize_file(folder / "data.mdb", 4096);
+    inProcess(expectWorkingStore);
+}
+
+TEST_F(Nvram, AProgramWithoutStandardOutputPrintsIntoNoStore) {
+    inProcess([] {
+        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            close(descriptor);
+        set("name", "value");
+        for (const char *stream : {"/proc/self/fd/0", "/proc/self/fd/1", "/proc/self/fd/2"})
+            EXPECT_EQ(std::filesystem::read_symlink(stream), "/dev/null");
     });
 }
 
