@@ -135,7 +135,7 @@ static int receive_all(int link, void *bytes, size_t size, int64_t deadline) {
     return 0;
 }
 
-static int connect_engine(int link) {
+static int connect_engine(int link, int64_t deadline) {
     struct sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
     const struct timeval limit = {.tv_sec = TIMEOUT_MS / 1000, .tv_usec = 0};
     const char *path = getenv(IDPFWD_SOCKET_VARIABLE);
@@ -148,7 +148,7 @@ static int connect_engine(int link) {
     /* Bounds the wait for a place in the engine's queue. */
     setsockopt(link, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     while (connect(link, (const struct sockaddr *)&address, sizeof address) != 0) {
-        if (errno == EAGAIN)
+        if (errno == EAGAIN || (errno == EINTR && now_ms() >= deadline))
             return ETIMEDOUT;
         if (errno != EINTR)
             return ENODEV;
@@ -195,7 +195,7 @@ static int forward(uint32_t number, const void *argument) {
     const int link = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (link < 0)
         return ENODEV;
-    int error = connect_engine(link);
+    int error = connect_engine(link, deadline);
     if (error == 0)
         error = send_request(link, number, argument, &header, deadline);
     if (error == 0)
