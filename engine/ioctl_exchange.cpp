@@ -1,5 +1,6 @@
 #include "engine/ioctl_exchange.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace idpfwd {
@@ -77,20 +78,24 @@ Round IoctlExchange::answer(const Call &call, CallerMemory &memory, Source &sour
             return retry({headerPiece, {header->inAddress, inputSize}}, {});
         input.assign(mapped.begin(), mapped.begin() + inputSize);
     }
-    Answer made{.header = *header, .reply = serve(call.number, *header, std::move(input), source)};
+    Answer made{.header = *header,
+                .reply = serve(call.number, *header, std::move(input), source),
+                .number = ++answered_};
     if (made.reply.error != 0)
         return fail(made.reply.error);
     auto pieces = wantedPieces(made.header, made.reply);
     if (pieces.empty())
         return deliver(made, memory);
     if (answers_.size() >= kMaxAnswers)
-        answers_.erase(answers_.begin());
+        answers_.erase(std::ranges::min_element(
+            answers_, {}, [](const auto &waiting) { return waiting.second.number; }));
     answers_.insert_or_assign({call.caller, call.argument}, std::move(made));
     return retry({headerPiece}, std::move(pieces));
 }
 
 Round IoctlExchange::deliver(const Answer &answer, CallerMemory &memory) {
-    const auto &[header, reply] = answer;
+    const CallerHeader &header = answer.header;
+    const Reply &reply = answer.reply;
     Round round;
     if (header.usedAddress != 0) {
         const std::uint32_t used = reply.reportedLength.value_or(0);

@@ -57,6 +57,7 @@ class IoctlExchange {
     struct Answer {
         CallerHeader header;
         Reply reply;
+        std::uint64_t number; // in the order of the calls
     };
     using Key = std::pair<pid_t, std::uint64_t>;
 
@@ -64,6 +65,7 @@ class IoctlExchange {
     Round deliver(const Answer &answer, CallerMemory &memory);
 
     std::map<Key, Answer> answers_; // waiting for their memory to be mapped
+    std::uint64_t answered_ = 0;
 };
 
 } // namespace idpfwd
