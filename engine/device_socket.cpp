@@ -216,7 +216,8 @@ class SocketDevice final : public Device {
     }
 
     void acceptClients(Source &source) {
-        while (accepting()) {
+        // So many at a time, so that packets and signals get their turn too.
+        for (std::size_t i = 0; i < kMaxClients && accepting(); ++i) {
             const int accepted = accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
             if (accepted < 0) {
                 if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED)
@@ -230,13 +231,17 @@ class SocketDevice final : public Device {
         }
     }
 
+    // An empty file was left by an engine that was killed.
     void makeDeviceFile() {
         const Descriptor made(
             open(devicePath_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-        if (made)
+        struct stat there {};
+        const int error = errno;
+        if (made || (error == EEXIST && lstat(devicePath_.c_str(), &there) == 0 &&
+                     S_ISREG(there.st_mode) && there.st_size == 0))
             deviceFile_.own(devicePath_);
-        else if (errno != EEXIST)
-            std::cerr << "idpfwd: cannot make " << devicePath_ << ": " << strerror(errno)
+        else if (error != EEXIST)
+            std::cerr << "idpfwd: cannot make " << devicePath_ << ": " << strerror(error)
                       << "; callers need a plain file there\n";
     }
 

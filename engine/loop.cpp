@@ -14,7 +14,7 @@ namespace {
 sigset_t loopSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGUSR1})
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1})
         sigaddset(&signals, signal);
     return signals;
 }

@@ -39,7 +39,7 @@ options:
                         and at the end
   --version, --help
 
-SIGTERM and SIGINT end it. Exit status: 0, 1 for a failure, 2 for bad usage.
+SIGTERM, SIGINT and SIGHUP end it. Exit status: 0, 1 for a failure, 2 for bad usage.
 )";
 
 enum Code {

@@ -19,6 +19,9 @@ namespace {
 constexpr std::uint32_t kMaxUid = 255;
 constexpr std::size_t kMaxApplications = 65536;
 
+// How long steps by time may keep the engine from everything else when they cannot keep their pace.
+constexpr auto kLongestTurn = std::chrono::milliseconds(100);
+
 std::uint32_t moment() {
     return static_cast<std::uint32_t>(time(nullptr));
 }
@@ -98,8 +101,10 @@ int Scenario::timeout() const {
 void Scenario::work() {
     if (!due())
         return;
-    while (due())
+    const auto turnEnds = Clock::now() + kLongestTurn;
+    do
         begin();
+    while (due() && (waitsForRequest() || Clock::now() < turnEnds));
     std::vector<devid_user_entry> records;
     records.reserve(users_.size());
     for (const User &user : users_)
