@@ -97,9 +97,13 @@ class Router:
         os.kill(self.daemon_pid, signal.SIGUSR1)
 
     def stop(self):
-        if self.daemon_pid is not None:
-            os.kill(self.daemon_pid, signal.SIGTERM)
-            wait_until(lambda: not self.root.read(PID_FILE), "the daemon's end")
-        for process in reversed(self.started):
-            process.terminate()
-            process.wait()
+        try:
+            if self.daemon_pid is not None:
+                os.kill(self.daemon_pid, signal.SIGTERM)
+                wait_until(lambda: not self.root.read(PID_FILE), "the daemon's end")
+        except ProcessLookupError:
+            pass  # it has died; what made it die was said
+        finally:
+            for process in reversed(self.started):
+                process.terminate()
+                process.wait()
