@@ -194,7 +194,7 @@ int open_file(const char *name, int flags) {
 // nothing was ever set in that, and LMDB would refuse it for good.
 void drop_torn_beginning() {
     constexpr unsigned char kMagic[] = {0xDE, 0xC0, 0xEF, 0xBE};
-    constexpr off_t kMagicAt = 16;
+    constexpr off_t kMagicAt = sizeof(std::size_t) + 8; // the header of a page goes before it
     unsigned char found[sizeof kMagic];
     const Descriptor data(open_file("data.mdb", O_RDWR));
     struct stat status {};
