@@ -45,7 +45,7 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
             outSize += piece.size;
         EXPECT_LE(std::max(in.size(), outSize), kMaxMapped);
         const std::uint32_t number = 0xC02CBF00 + *at(4);
-        return exchange_.next({7, number, 0, kHeaderSize32, in, outSize}, *this, source_);
+        return exchange_.next({caller_, number, 0, kHeaderSize32, in, outSize}, *this, source_);
     }
 
     // A call from its first round to its last: 0, or its errno.
@@ -67,6 +67,7 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
         return round.error;
     }
 
+    pid_t caller_ = 7;
     std::vector<std::uint32_t> words_;
     bool readable_ = true, writable_ = true;
     Echo source_;
@@ -99,6 +100,22 @@ TEST_F(IoctlExchangeTest, FailuresHaveTheirErrno) {
     EXPECT_EQ(call(), ENOTTY);
     *at(0) = 0;
     EXPECT_EQ(call(), EINVAL);
+}
+
+TEST_F(IoctlExchangeTest, AnswersThatNobodyFetchesMakeRoomForThoseOfTheLiving) {
+    request(1);
+    const auto ask = [this](pid_t caller) {
+        caller_ = caller;
+        return next(next(next({})));
+    };
+    for (pid_t killed = 40; killed > 2; --killed)
+        ask(killed);
+    const Round first = ask(2);
+    ask(1);
+    const int asked = source_.asked;
+    caller_ = 2;
+    EXPECT_EQ(next(first).kind, Round::Kind::kDone);
+    EXPECT_EQ(source_.asked, asked) << "fetched, not asked for again";
 }
 
 TEST_F(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
