@@ -231,7 +231,6 @@ class SocketDevice final : public Device {
         }
     }
 
-    // An empty file was left by an engine that was killed.
     void makeDeviceFile() {
         const Descriptor made(
             open(devicePath_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));

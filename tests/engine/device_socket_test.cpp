@@ -115,6 +115,10 @@ TEST_F(SocketDeviceTest, ADeadEnginesSocketIsReplacedALivingOnesIsNot) {
     start();
     stop();
     EXPECT_TRUE(std::filesystem::exists(IDPFW_DEVICE)) << "it was there before";
+    std::ofstream{IDPFW_DEVICE};
+    start();
+    stop();
+    EXPECT_FALSE(std::filesystem::exists(IDPFW_DEVICE)) << "empty, as a killed engine leaves it";
 
     std::ofstream(kSocket) << "a letter";
     EXPECT_EQ(openSocketDevice(kSocket, IDPFW_DEVICE, error_), nullptr);
