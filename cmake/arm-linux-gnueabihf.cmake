@@ -1,6 +1,6 @@
 # The cross build for the router: 32-bit ARM.
 #
-# As it is, it uses Debian's cross compiler and the foreign libraries that router/packages unpacks.
+# As it is, it uses Debian's cross compiler and the foreign libraries that emulator/packages unpacks.
 # Another toolchain (a router's own, with its small C library) is pointed at with
 #   -DCROSS_PREFIX=/opt/toolchain/bin/arm-linux-
 #   -DFOREIGN_ROOT=<where its libcjson, libnvram and libnat are, below usr or opt of which>

@@ -1,5 +1,6 @@
-# Compile options by what the code is for: product code lives without the C++ runtime; tools, the
-# engine and the tests are ordinary C++ with the same warnings.
+# Compile options and include roots by what the code is for: product code lives without the C++
+# runtime; tools, the engine and the tests are ordinary C++ with the same warnings. A wing that is not
+# among the include roots can't be included from.
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_EXTENSIONS ON)
@@ -9,7 +10,6 @@ set(CMAKE_CXX_EXTENSIONS ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_library(common_options INTERFACE)
-target_include_directories(common_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(
   common_options
   INTERFACE
@@ -28,8 +28,10 @@ if(FUZZ)
   target_compile_options(common_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# Linked by the C driver: nothing here may need libstdc++.
+# Linked by the C driver: nothing here may need libstdc++. The router's wing is the only one that it
+# can see.
 add_library(product_options INTERFACE)
+target_include_directories(product_options INTERFACE ${PROJECT_SOURCE_DIR}/router)
 target_link_libraries(product_options INTERFACE common_options)
 target_compile_options(
   product_options
@@ -38,3 +40,17 @@ target_compile_options(
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
 )
 target_link_options(product_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)
+
+# Ordinary C++ that runs on a gateway or a workstation; it may look into the router's wing.
+add_library(gateway_options INTERFACE)
+target_link_libraries(gateway_options INTERFACE common_options)
+target_include_directories(
+  gateway_options INTERFACE ${PROJECT_SOURCE_DIR}/gateway ${PROJECT_SOURCE_DIR}/router
+)
+
+# Tests, fuzz targets and benchmarks: what they share stands below tests/, fuzz/ and bench/.
+add_library(test_options INTERFACE)
+target_link_libraries(test_options INTERFACE gateway_options)
+target_include_directories(
+  test_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests
+)

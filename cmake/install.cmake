@@ -91,7 +91,7 @@ if(WORKSTATION)
   install(TARGETS idpfwd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT workstation)
   install(TARGETS idpfw-shim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT workstation)
   install(
-    FILES docs/scenario.md engine/scenarios/evening.json
+    FILES docs/scenario.md gateway/engine/scenario/evening.json
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT workstation
   )

@@ -1,4 +1,4 @@
-#include "bench/nested_pass.h"
+#include "bench/router/nested_pass.h"
 
 #include "common/text.h"
 #include "dpi/conf_app.h"

@@ -1,7 +1,7 @@
 // Time of a pass at growing table sizes, beside the straightforward nested version; of a report of
 // a full buffer; of loading the databases.
-#include "bench/nested_pass.h"
-#include "bench/router_in_memory.h"
+#include "bench/router/nested_pass.h"
+#include "bench/router/router_in_memory.h"
 #include "common/text.h"
 #include "dpi/conf_app.h"
 #include "support/private_root.h"

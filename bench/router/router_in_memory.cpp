@@ -1,4 +1,4 @@
-#include "bench/router_in_memory.h"
+#include "bench/router/router_in_memory.h"
 
 #include "dpi/usr_ioctl.h"
 #include "platform/nvram.h"

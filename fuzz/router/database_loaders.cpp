@@ -1,6 +1,6 @@
 // Every loader over the same bytes: each gives a record per line, with every text there, and a
 // search that finds what the list holds.
-#include "fuzz/file_input.h"
+#include "fuzz/router/file_input.h"
 #include "fuzz/target.h"
 
 #include "dpi/conf_app.h"

@@ -1,7 +1,7 @@
 // Everything that is read about client devices, over the same bytes: the identity table, the DHCP
 // facts and leases, the tables of attached devices, what the radio and ARP tools print, and the QoS
 // service's report.
-#include "fuzz/file_input.h"
+#include "fuzz/router/file_input.h"
 #include "fuzz/target.h"
 
 #include "support/platform_fake.h"

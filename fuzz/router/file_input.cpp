@@ -1,4 +1,4 @@
-#include "fuzz/file_input.h"
+#include "fuzz/router/file_input.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // end.
 #pragma once
 
-#include "engine/device.h"
+#include "engine/device/device.h"
 #include "engine/source.h"
 
 #include <functional>

@@ -1,16 +1,16 @@
 // idpfwd: serves a scenario's or a network's facts to the callers of "/dev/idpfw".
 #include "dpi/usr_ioctl.h"
 #include "engine/database_files.h"
-#include "engine/device_socket.h"
+#include "engine/device/device_socket.h"
 #include "engine/dump.h"
 #include "engine/loop.h"
 #include "engine/options.h"
-#include "engine/scenario.h"
+#include "engine/scenario/scenario.h"
 #ifdef IDPFWD_WITH_CUSE
-#include "engine/device_cuse.h"
+#include "engine/device/device_cuse.h"
 #endif
 #ifdef IDPFWD_WITH_NDPI
-#include "engine/packet_source.h"
+#include "engine/packets/packet_source.h"
 #endif
 
 #include <cerrno>

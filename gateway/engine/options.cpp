@@ -1,6 +1,6 @@
 #include "engine/options.h"
 
-#include "engine/wire.h"
+#include "engine/device/wire.h"
 
 #include <array>
 #include <charconv>

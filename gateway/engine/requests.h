@@ -1,7 +1,7 @@
 // Answers the requests of callers, whichever way they came.
 #pragma once
 
-#include "engine/caller_header.h"
+#include "engine/device/caller_header.h"
 #include "engine/source.h"
 
 #include <cstdint>

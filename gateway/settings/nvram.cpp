@@ -1,6 +1,6 @@
 #include "platform/nvram.h"
 
-#include "platform/sim/store.h"
+#include "settings/store.h"
 
 #include <array>
 #include <cerrno>

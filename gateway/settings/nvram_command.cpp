@@ -1,5 +1,5 @@
 // The `nvram` command: the settings store at a shell's reach.
-#include "platform/sim/store.h"
+#include "settings/store.h"
 
 #include <algorithm>
 #include <cerrno>

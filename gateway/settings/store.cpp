@@ -1,4 +1,4 @@
-#include "platform/sim/store.h"
+#include "settings/store.h"
 
 #include "common/file.h"
 

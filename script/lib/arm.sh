@@ -39,7 +39,7 @@ check_arm_daemon() {
 # Symbols of one kind (nm's option) in the code that ships, sorted.
 arm_symbols() {
     arm-linux-gnueabihf-nm --portability "$1" build/arm/librouterutil.a build/arm/libtrafficusage.a \
-        build/arm/daemon/CMakeFiles/trafficUsageDetailsD.dir/main.cpp.o |
+        build/arm/router/daemon/CMakeFiles/trafficUsageDetailsD.dir/main.cpp.o |
         awk 'NF > 1 { print $1 }' | sort -u
 }
 

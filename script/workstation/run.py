@@ -14,7 +14,7 @@ from router import Router, wait_until
 
 PROJECT = Path(__file__).resolve().parents[2]
 BUILD = PROJECT / "build/release"
-SCENARIO = PROJECT / "engine/scenarios/evening.json"
+SCENARIO = PROJECT / "gateway/engine/scenario/evening.json"
 INSIDE = "WORKSTATION_ROUTER_INSIDE"
 
 # A period ends at the second pass without growth; one more for growth between a pass and the look

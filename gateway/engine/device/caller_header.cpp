@@ -1,4 +1,4 @@
-#include "engine/caller_header.h"
+#include "engine/device/caller_header.h"
 
 #include "dpi/usr_ioctl.h"
 

@@ -1,9 +1,9 @@
 #define FUSE_USE_VERSION 35
-#include "engine/device_cuse.h"
+#include "engine/device/device_cuse.h"
 
 #include "common/file.h"
 #include "dpi/usr_ioctl.h"
-#include "engine/ioctl_exchange.h"
+#include "engine/device/ioctl_exchange.h"
 
 #include <cuse_lowlevel.h>
 

@@ -1,7 +1,7 @@
 // The engine behind a real "/dev/idpfw" that the kernel's CUSE offers.
 #pragma once
 
-#include "engine/device.h"
+#include "engine/device/device.h"
 
 #include <memory>
 #include <string>

@@ -1,9 +1,9 @@
-#include "engine/device_socket.h"
+#include "engine/device/device_socket.h"
 
 #include "common/file.h"
 #include "engine/owned_file.h"
 #include "engine/requests.h"
-#include "engine/wire.h"
+#include "engine/device/wire.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,7 +2,7 @@
 // reach it with the preloaded shim.
 #pragma once
 
-#include "engine/device.h"
+#include "engine/device/device.h"
 
 #include <memory>
 #include <string>

@@ -13,7 +13,7 @@
  */
 #define _GNU_SOURCE
 #include "dpi/usr_ioctl.h"
-#include "engine/wire.h"
+#include "engine/device/wire.h"
 
 #include <dlfcn.h>
 #include <errno.h>

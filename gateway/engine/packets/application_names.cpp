@@ -1,6 +1,6 @@
-#include "engine/application_names.h"
+#include "engine/packets/application_names.h"
 
-#include "engine/dhcp_devices.h"
+#include "engine/packets/dhcp_devices.h"
 
 #include <algorithm>
 #include <set>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "engine/database_files.h"
-#include "engine/ndpi_classifier.h"
+#include "engine/packets/ndpi_classifier.h"
 
 #include <cstdint>
 #include <map>

@@ -1,4 +1,4 @@
-#include "engine/dhcp.h"
+#include "engine/packets/dhcp.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // What a device says of itself when it asks for an address.
 #pragma once
 
-#include "engine/packet.h"
+#include "engine/packets/packet.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "engine/dhcp_devices.h"
+#include "engine/packets/dhcp_devices.h"
 
 #include <algorithm>
 #include <array>

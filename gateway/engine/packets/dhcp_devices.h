@@ -2,7 +2,7 @@
 #pragma once
 
 #include "dpi/usr_ioctl.h"
-#include "engine/dhcp.h"
+#include "engine/packets/dhcp.h"
 
 #include <cstdint>
 #include <span>

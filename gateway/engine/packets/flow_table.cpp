@@ -1,4 +1,4 @@
-#include "engine/flow_table.h"
+#include "engine/packets/flow_table.h"
 
 #include <algorithm>
 #include <tuple>

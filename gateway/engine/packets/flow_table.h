@@ -3,8 +3,8 @@
 // what has been counted never moves.
 #pragma once
 
-#include "engine/ndpi_classifier.h"
-#include "engine/packet.h"
+#include "engine/packets/ndpi_classifier.h"
+#include "engine/packets/packet.h"
 
 #include <array>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "engine/ndpi_classifier.h"
+#include "engine/packets/ndpi_classifier.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "engine/packet.h"
+#include "engine/packets/packet.h"
 
 #include <algorithm>
 

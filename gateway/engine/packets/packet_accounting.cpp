@@ -1,7 +1,7 @@
-#include "engine/packet_accounting.h"
+#include "engine/packets/packet_accounting.h"
 
-#include "engine/dhcp.h"
-#include "engine/dhcp_devices.h"
+#include "engine/packets/dhcp.h"
+#include "engine/packets/dhcp_devices.h"
 
 #include <algorithm>
 #include <array>

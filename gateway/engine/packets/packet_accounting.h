@@ -2,9 +2,9 @@
 // sent and received.
 #pragma once
 
-#include "engine/flow_table.h"
-#include "engine/ndpi_classifier.h"
-#include "engine/packet.h"
+#include "engine/packets/flow_table.h"
+#include "engine/packets/ndpi_classifier.h"
+#include "engine/packets/packet.h"
 #include "engine/tables.h"
 
 #include <cstdint>

@@ -1,8 +1,8 @@
-#include "engine/packet_source.h"
+#include "engine/packets/packet_source.h"
 
-#include "engine/application_names.h"
-#include "engine/ndpi_classifier.h"
-#include "engine/packet_accounting.h"
+#include "engine/packets/application_names.h"
+#include "engine/packets/ndpi_classifier.h"
+#include "engine/packets/packet_accounting.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "engine/json_fields.h"
+#include "engine/scenario/json_fields.h"
 
 #include <algorithm>
 #include <charconv>

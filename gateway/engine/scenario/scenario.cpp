@@ -1,8 +1,8 @@
-#include "engine/scenario.h"
+#include "engine/scenario/scenario.h"
 
 #include "engine/database_files.h"
 #include "engine/requests.h"
-#include "engine/scenario_replies.h"
+#include "engine/scenario/scenario_replies.h"
 
 #include <algorithm>
 #include <bitset>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "engine/row_table.h"
-#include "engine/scenario_script.h"
+#include "engine/scenario/scenario_script.h"
 #include "engine/source.h"
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "engine/scenario_replies.h"
+#include "engine/scenario/scenario_replies.h"
 
 #include "engine/options.h"
 

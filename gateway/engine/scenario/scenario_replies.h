@@ -1,8 +1,8 @@
 // The replies that a scenario gives in place of the tables, or for the further requests.
 #pragma once
 
-#include "engine/json_fields.h"
-#include "engine/scenario_script.h"
+#include "engine/scenario/json_fields.h"
+#include "engine/scenario/scenario_script.h"
 #include "engine/source.h"
 
 namespace idpfwd {

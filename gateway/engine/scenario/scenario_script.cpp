@@ -1,8 +1,8 @@
-#include "engine/scenario_script.h"
+#include "engine/scenario/scenario_script.h"
 
-#include "engine/json_fields.h"
+#include "engine/scenario/json_fields.h"
 #include "engine/options.h"
-#include "engine/scenario_replies.h"
+#include "engine/scenario/scenario_replies.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,4 +1,4 @@
-#include "engine/application_names.h"
+#include "engine/packets/application_names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The real device that the kernel makes for the engine, in the router in a machine.
-#include "engine/device_cuse.h"
+#include "engine/device/device_cuse.h"
 
 #include "device_rig.h"
 

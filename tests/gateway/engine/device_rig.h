@@ -2,7 +2,7 @@
 #pragma once
 
 #include "echo_source.h"
-#include "engine/device.h"
+#include "engine/device/device.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

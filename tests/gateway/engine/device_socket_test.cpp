@@ -1,9 +1,9 @@
 // The socket device and the shim together: the shim is linked into this executable, so that its
 // ioctl is the one that is called.
-#include "engine/device_socket.h"
+#include "engine/device/device_socket.h"
 
 #include "device_rig.h"
-#include "engine/wire.h"
+#include "engine/device/wire.h"
 
 #include <cstring>
 #include <filesystem>

@@ -1,7 +1,7 @@
 // What every kind of device has to do for its callers.
 #include "device_rig.h"
 
-#include "engine/caller_header.h"
+#include "engine/device/caller_header.h"
 
 #include <numeric>
 

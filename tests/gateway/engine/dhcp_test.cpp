@@ -1,7 +1,7 @@
-#include "engine/dhcp.h"
-#include "engine/dhcp_devices.h"
+#include "engine/packets/dhcp.h"
+#include "engine/packets/dhcp_devices.h"
 
-#include "engine/frames.h"
+#include "gateway/engine/frames.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "engine/database_files.h"
 #include "engine/dump.h"
 #include "engine/options.h"
-#include "engine/scenario.h"
+#include "engine/scenario/scenario.h"
 #include "scratch.h"
 
 #include <gmock/gmock.h>

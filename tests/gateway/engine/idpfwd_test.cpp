@@ -1,6 +1,6 @@
 // The program as it ships.
 #include "device_rig.h"
-#include "engine/wire.h"
+#include "engine/device/wire.h"
 #include "scratch.h"
 
 #include <csignal>

@@ -1,4 +1,4 @@
-#include "engine/ioctl_exchange.h"
+#include "engine/device/ioctl_exchange.h"
 
 #include "echo_source.h"
 

@@ -1,7 +1,7 @@
-#include "engine/packet_accounting.h"
+#include "engine/packets/packet_accounting.h"
 
-#include "engine/application_names.h"
-#include "engine/frames.h"
+#include "engine/packets/application_names.h"
+#include "gateway/engine/frames.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "engine/packet_source.h"
+#include "engine/packets/packet_source.h"
 
-#include "engine/frames.h"
-#include "engine/scratch.h"
+#include "gateway/engine/frames.h"
+#include "gateway/engine/scratch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

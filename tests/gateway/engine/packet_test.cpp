@@ -1,6 +1,6 @@
-#include "engine/packet.h"
+#include "engine/packets/packet.h"
 
-#include "engine/frames.h"
+#include "gateway/engine/frames.h"
 
 #include <gtest/gtest.h>
 

@@ -18,7 +18,6 @@ add_executable(
   packet_source_test.cpp
   packet_test.cpp
 )
-target_include_directories(packets_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-target_link_libraries(packets_test PRIVATE idpfwd_packets GTest::gmock GTest::gtest_main)
+target_link_libraries(packets_test PRIVATE idpfwd_packets test_options GTest::gmock GTest::gtest_main)
 set_target_properties(packets_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
 discover_suite(packets_test)

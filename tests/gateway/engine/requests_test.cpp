@@ -1,7 +1,7 @@
 // The callers' headers, and what their requests are answered with.
 #include "engine/requests.h"
 
-#include "engine/scenario.h"
+#include "engine/scenario/scenario.h"
 
 #include <gtest/gtest.h>
 

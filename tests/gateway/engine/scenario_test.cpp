@@ -1,4 +1,4 @@
-#include "engine/scenario.h"
+#include "engine/scenario/scenario.h"
 
 #include "engine/requests.h"
 #include "scratch.h"

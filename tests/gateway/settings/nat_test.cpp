@@ -1,7 +1,7 @@
 #include "platform/nat.h"
 #include "platform/nvram.h"
 
-#include "sim/own_store.h"
+#include "gateway/settings/own_store.h"
 
 class Nat : public OwnStore {};
 

@@ -1,6 +1,6 @@
 #include "platform/nvram.h"
 
-#include "sim/own_store.h"
+#include "gateway/settings/own_store.h"
 
 #include <fstream>
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // Everything that the block holds, through any sequence of writes.
 #include "board/bd_util.h"
-#include "board/flash_sim.h"
+#include "router/board/flash_sim.h"
 #include "support/fixture.h"
 
 #include <array>

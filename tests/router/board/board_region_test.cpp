@@ -1,6 +1,6 @@
 #include "board/bd_util.h"
 
-#include "board/flash_sim.h"
+#include "router/board/flash_sim.h"
 #include "support/fixture.h"
 
 using BoardRegion = rig::Fixture;

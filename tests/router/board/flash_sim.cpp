@@ -1,4 +1,4 @@
-#include "board/flash_sim.h"
+#include "router/board/flash_sim.h"
 
 #include "support/fixture.h"
 

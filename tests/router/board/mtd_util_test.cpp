@@ -1,7 +1,7 @@
 #include "board/mtd_util.h"
 
 #include "board/bd_util.h"
-#include "board/flash_sim.h"
+#include "router/board/flash_sim.h"
 #include "support/fixture.h"
 
 #include <cerrno>

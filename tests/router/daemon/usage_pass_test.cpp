@@ -1,4 +1,4 @@
-#include "bench/nested_pass.h"
+#include "bench/router/nested_pass.h"
 #include "daemon_fixture.h"
 #include "support/engine_fake.h"
 

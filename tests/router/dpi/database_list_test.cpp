@@ -1,4 +1,4 @@
-#include "dpi/loaded.h"
+#include "router/dpi/loaded.h"
 
 using testing::ElementsAre;
 using DatabaseList = rig::Fixture;

@@ -1,4 +1,4 @@
-#include "dpi/loaded.h"
+#include "router/dpi/loaded.h"
 
 #include <algorithm>
 #include <array>
