@@ -1,6 +1,6 @@
 /*
  * The NAT feature word, as the router's platform library libnat.so exports it. On a workstation
- * platform/sim supplies a library of the same name.
+ * gateway/settings supplies a library of the same name.
  */
 #ifndef PLATFORM_NAT_H
 #define PLATFORM_NAT_H

@@ -1,6 +1,6 @@
 /*
  * The router's settings store, as its platform library libnvram.so exports it. On a workstation
- * platform/sim supplies a library of the same name.
+ * gateway/settings supplies a library of the same name.
  */
 #ifndef PLATFORM_NVRAM_H
 #define PLATFORM_NVRAM_H
