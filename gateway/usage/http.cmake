@@ -1,8 +1,8 @@
 # The HTTP server: libmicrohttpd, driven by the service's own loop.
 pkg_check_modules(microhttpd REQUIRED IMPORTED_TARGET libmicrohttpd)
 pkg_check_modules(nettle REQUIRED IMPORTED_TARGET nettle)
-pkg_check_modules(libcrypt REQUIRED IMPORTED_TARGET libcrypt)
-pkg_check_modules(zlib REQUIRED IMPORTED_TARGET zlib)
+pkg_check_modules(libcrypt REQUIRED IMPORTED_TARGET GLOBAL libcrypt)
+pkg_check_modules(zlib REQUIRED IMPORTED_TARGET GLOBAL zlib)
 
 add_library(
   usage_http STATIC

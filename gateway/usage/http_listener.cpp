@@ -4,6 +4,8 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -58,7 +60,10 @@ bool somebodyListens(const sockaddr_un &address) {
 
 TcpAddress parseListen(const std::string &listen) {
     const std::size_t colon = listen.rfind(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == listen.size())
+    std::uint16_t port = 0;
+    const char *end = listen.data() + listen.size();
+    if (colon == std::string::npos || colon == 0 ||
+        std::from_chars(listen.data() + colon + 1, end, port) != std::from_chars_result{end, {}})
         refuse("'" + listen + "'", "it isn't ADDRESS:PORT");
     TcpAddress address{listen.substr(0, colon), listen.substr(colon + 1)};
     if (address.host.front() == '[' && address.host.back() == ']')
