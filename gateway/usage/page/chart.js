@@ -34,7 +34,8 @@ export function joinRest(series) {
   return [...own, {key: null, label: rest.length === 1 ? rest[0].label : `${rest.length} others`, down: sum("down"), up: sum("up")}];
 }
 
-function datasets(series, kind) {
+// Values go to the chart in the axis' unit: its ticks are round numbers of that.
+function datasets(series, kind, size) {
   const made = [];
   for (const one of series)
     for (const direction of ["down", "up"]) {
@@ -42,7 +43,7 @@ function datasets(series, kind) {
       const sign = direction === "down" ? 1 : -1;
       made.push({
         label: `${one.label}, ${direction}`, stack: kind === "bar" ? "all" : direction,
-        data: one[direction].map(value => sign * value), backgroundColor: fill, borderColor: variable("--surface"),
+        data: one[direction].map(value => value === null ? null : sign * value / size), backgroundColor: fill, borderColor: variable("--surface"),
         borderWidth: kind === "line" || sign < 0 ? 0 : {top: 1}, borderSkipped: false,
         fill: made.length < 2 ? "origin" : "-2", pointRadius: 0, maxBarThickness: 44, categoryPercentage: 0.86, barPercentage: 0.94,
       });
@@ -60,16 +61,16 @@ function options(axis, written) {
     scales: {
       x: {stacked: true, grid: {display: false}, border: {color: grid}, ticks: {color: text, font, maxRotation: 0, autoSkipPadding: 14}},
       y: {
-        stacked: true, min: -1.15 * axis.up, suggestedMax: axis.down || axis.size, afterFit: scale => { scale.width = 68; },
+        stacked: true, min: -1.15 * axis.up / axis.size, suggestedMax: axis.down / axis.size || 1, afterFit: scale => { scale.width = 68; },
         grid: {color: context => context.tick.value === 0 ? text : grid, drawBorder: false},
-        ticks: {color: text, font, maxTicksLimit: 6, includeBounds: false, callback: value => onAxis(Math.abs(value) / axis.size) + axis.name},
+        ticks: {color: text, font, maxTicksLimit: 6, includeBounds: false, callback: value => onAxis(Math.abs(value)) + axis.name},
       },
     },
     plugins: {
       legend: {display: false},
       tooltip: {
         filter: item => item.raw !== 0, itemSort: (a, b) => Math.abs(b.raw) - Math.abs(a.raw),
-        callbacks: {label: item => ` ${item.dataset.label}: ${written(Math.abs(item.raw))}`},
+        callbacks: {label: item => ` ${item.dataset.label}: ${written(Math.abs(item.raw) * axis.size)}`},
       },
     },
   };
@@ -84,12 +85,12 @@ function highest(series, direction, length) {
 // kind: "bar" for bytes per step, "line" for bytes per second. Gives back how a value is written.
 export function draw(canvas, kind, labels, series) {
   const down = highest(series, "down", labels.length), up = highest(series, "up", labels.length);
-  const unit = unitOf(Math.max(down, up) || 1e6);
+  const unit = unitOf(Math.max(down, up) || 2 ** 20);
   const written = kind === "bar" ? value => `${inUnit(value, unit)} ${unit.name}`
                                  : value => `${rate(value)} Mbit/s`;
   const axis = kind === "bar" ? {down, up, size: unit.size, name: ` ${unit.name}`}
                               : {down: Math.max(down, quiet), up: Math.max(up, quiet / 5), size: 1e6 / bitsPerByte, name: ""};
-  const data = {labels, datasets: datasets(series, kind)};
+  const data = {labels, datasets: datasets(series, kind, axis.size)};
   if (chart && chart.config.type !== kind) {
     chart.destroy();
     chart = null;

@@ -1,6 +1,6 @@
 // Numbers and times as the page writes them.
 
-const units = [["B", 1], ["kB", 1e3], ["MB", 1e6], ["GB", 1e9], ["TB", 1e12], ["PB", 1e15]];
+const units = [["B", 1], ["KiB", 2 ** 10], ["MiB", 2 ** 20], ["GiB", 2 ** 30], ["TiB", 2 ** 40], ["PiB", 2 ** 50]];
 const twoPlaces = new Intl.NumberFormat("en", {minimumFractionDigits: 2, maximumFractionDigits: 2});
 const whole = new Intl.NumberFormat("en", {maximumFractionDigits: 0});
 

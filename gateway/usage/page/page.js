@@ -168,7 +168,7 @@ function drawHistory(answer, steps) {
     one.down[at.get(row.start)] += row.down;
     one.up[at.get(row.start)] += row.up;
   }
-  const {step} = ranges[view.range];
+  const step = steps.step ?? ranges[view.range].step; // coarser where nothing finer is kept
   finishChart(starts.map(start => bucket(start, step)), [...series.values()], "bar",
     `By ${step}: down above the line, up below`, "Nothing was used in this time.");
 }
