@@ -19,8 +19,11 @@ let devices = [];
 let asked = 0;               // when the totals were last fetched
 const live = [];             // samples since the page was opened, oldest first
 
+// Relative to the page, but without a user and a password that its address may have: fetch refuses those.
+const place = path => new URL(path, location.origin + location.pathname);
+
 async function fetched(path) {
-  const reply = await fetch(path, {headers: {Accept: "application/json"}});
+  const reply = await fetch(place(path), {headers: {Accept: "application/json"}});
   const answer = await reply.json();
   if (!reply.ok) throw new Error(answer.error?.message ?? `the service answers ${reply.status}`);
   return answer;
