@@ -13,6 +13,7 @@
 #include <malloc.h>
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 
 namespace usage {
 namespace {
@@ -51,9 +52,9 @@ void keepMemorySmall() {
     mallopt(M_TRIM_THRESHOLD, 1 << 16);
 }
 
-class Service {
+class Loop {
   public:
-    explicit Service(const ServeOptions &options)
+    explicit Loop(const ServeOptions &options)
         : options_(options),
           history_(
               {.store = {.folder = options.place.state, .limit = options.limit, .vfs = nullptr},
@@ -113,19 +114,20 @@ class Service {
 
 int serve(const ServeOptions &options) {
     keepMemorySmall();
+    umask(S_IWGRP | S_IRWXO); // who used what is nobody else's business
     const sigset_t ending = endingSignals();
     sigprocmask(SIG_BLOCK, &ending, nullptr);
     signal(SIGPIPE, SIG_IGN);
     const Descriptor signals(signalfd(-1, &ending, SFD_NONBLOCK | SFD_CLOEXEC));
     makeFolder(options.place.state);
     makeFolder(options.place.runtime);
-    Service service(options);
+    Loop loop(options);
     tell(std::string(TRAFFIC_USAGE_VERSION) + ": " + options.place.instance + ", store " +
          options.place.state + ", a sample every " + std::to_string(options.every) + " s, socket " +
          options.place.socket() + ", page " +
          (options.listen == "none" ? "none" : "http://" + options.listen + "/"));
-    service.run(signals.get());
-    return service.stop() ? 0 : 1;
+    loop.run(signals.get());
+    return loop.stop() ? 0 : 1;
 }
 
 } // namespace usage
