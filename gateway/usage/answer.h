@@ -36,7 +36,4 @@ struct ExportedLines {
 };
 ExportedLines exportLines(const View &view, Seconds from);
 
-std::string errorJson(const std::string &code, const std::string &parameter,
-                      const std::string &message);
-
 } // namespace usage

@@ -275,13 +275,4 @@ ExportedLines exportLines(const View &view, Seconds from) {
     return exported;
 }
 
-std::string errorJson(const std::string &code, const std::string &parameter,
-                      const std::string &message) {
-    JsonText json;
-    json.open('{').member("schema", kSchema).key("error").open('{').member("code", code);
-    if (!parameter.empty())
-        json.member("parameter", cleanText(parameter));
-    return json.member("message", cleanText(message, 500)).close('}').close('}').finish();
-}
-
 } // namespace usage

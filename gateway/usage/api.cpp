@@ -1,5 +1,6 @@
 #include "usage/api.h"
 
+#include "usage/http_rules.h"
 #include "usage/question.h"
 #include "usage/text.h"
 
@@ -26,12 +27,12 @@ HttpReply reply(std::string body) {
 HttpReply done(bool committed) {
     if (committed)
         return reply(kDone);
-    return refuse(503, "store_full", "", "the store can't be written at the moment");
+    return errorReply(503, "store_full", "", "the store can't be written at the moment");
 }
 
 HttpReply notAllowed(const char *allowed) {
     HttpReply made =
-        refuse(405, "method_not_allowed", "", std::string("only ") + allowed + " here");
+        errorReply(405, "method_not_allowed", "", std::string("only ") + allowed + " here");
     made.headers.emplace_back("Allow", allowed);
     return made;
 }
@@ -85,7 +86,7 @@ HttpReply nameDevice(History &history, const Body &body) {
 HttpReply forgetDevice(History &history, const Body &body) {
     const Mac mac = body.mac();
     if (history.present().directory.find(mac) == nullptr)
-        return refuse(404, "not_found", "mac", "no device " + macText(mac) + " is known");
+        return errorReply(404, "not_found", "mac", "no device " + macText(mac) + " is known");
     return done(history.forgetDevice(mac));
 }
 
@@ -96,8 +97,8 @@ HttpReply changeQuota(History &history, const Body &body) {
         const bool known = std::any_of(quotas.begin(), quotas.end(),
                                        [&](const Quota &quota) { return quota.number == number; });
         if (!known)
-            return refuse(404, "not_found", "remove",
-                          "there is no quota " + std::to_string(number));
+            return errorReply(404, "not_found", "remove",
+                              "there is no quota " + std::to_string(number));
         return done(history.removeQuota(number));
     }
     Quota quota;
@@ -118,14 +119,6 @@ HttpReply changeQuota(History &history, const Body &body) {
 
 } // namespace
 
-HttpReply refuse(int status, const std::string &code, const std::string &parameter,
-                 const std::string &message) {
-    HttpReply made;
-    made.status = status;
-    made.body = errorJson(code, parameter, message);
-    return made;
-}
-
 Api::Api(std::function<View()> view, History *history, std::string backupFolder)
     : view_(std::move(view)), history_(history),
       backupFile_(std::move(backupFolder) + "/backup.db") {}
@@ -138,9 +131,10 @@ HttpReply Api::handle(const HttpRequest &request) {
             return post(request);
         return notAllowed(request.listener == Listener::kSocket ? "GET, POST" : "GET");
     } catch (const BadParameter &bad) {
-        return refuse(400, "bad_parameter", bad.parameter(), bad.what());
+        return errorReply(400, "bad_parameter", bad.parameter(), bad.what());
     } catch (const SqlError &error) {
-        return refuse(503, "store", "", std::string("the store can't be read: ") + error.what());
+        return errorReply(503, "store", "",
+                          std::string("the store can't be read: ") + error.what());
     }
 }
 
@@ -166,12 +160,13 @@ HttpReply Api::get(const HttpRequest &request) {
         return reply(quotasJson(view_()));
     if (is("state"))
         return reply(stateJson(view_()));
-    return refuse(404, "not_found", "", "there is nothing at " + request.path);
+    return errorReply(404, "not_found", "", "there is nothing at " + request.path);
 }
 
 HttpReply Api::post(const HttpRequest &request) {
     if (history_ == nullptr)
-        return refuse(503, "no_service", "", "the service does not run, so nothing can be changed");
+        return errorReply(503, "no_service", "",
+                          "the service does not run, so nothing can be changed");
     allowOnly(request.parameters, {});
     const std::string &path = request.path;
     if (path == "/api/v1/device")
@@ -240,7 +235,7 @@ HttpReply Api::backupPiece(const HttpRequest &request) {
         throw BadParameter("from", "from needs an offset in bytes");
     std::ifstream file(backupFile_, std::ios::binary);
     if (!file)
-        return refuse(404, "not_found", "", "no backup was asked for");
+        return errorReply(404, "not_found", "", "no backup was asked for");
     file.seekg(static_cast<std::streamoff>(*from));
     HttpReply made;
     made.type = "application/octet-stream";

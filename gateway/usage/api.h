@@ -29,8 +29,4 @@ class Api {
     std::string backupFile_;
 };
 
-// A reply that refuses, as errorJson has it.
-HttpReply refuse(int status, const std::string &code, const std::string &parameter,
-                 const std::string &message);
-
 } // namespace usage

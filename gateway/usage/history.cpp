@@ -197,7 +197,7 @@ bool History::forgetDevice(const Mac &mac) {
         const DeviceId id = device->id;
         for (auto &[start, traffic] : present_.slots)
             moveToOthers(traffic, id);
-        moveToOthers(rates_.traffic, id);
+        std::erase_if(rates_.traffic, [&](const auto &entry) { return entry.first.device == id; });
         present_.directory.remove(id);
         std::erase_if(present_.quotas, [&](const Quota &quota) { return quota.device == mac; });
         return tryCommit(id) || restore(before);

@@ -1,4 +1,10 @@
 # The HTTP server (libmicrohttpd, driven by the service's own loop) and the page that it serves.
+pkg_check_modules(microhttpd REQUIRED IMPORTED_TARGET libmicrohttpd)
+pkg_check_modules(mosquitto REQUIRED IMPORTED_TARGET libmosquitto)
+pkg_check_modules(nettle REQUIRED IMPORTED_TARGET nettle)
+pkg_check_modules(libcrypt REQUIRED IMPORTED_TARGET GLOBAL libcrypt)
+pkg_check_modules(zlib REQUIRED IMPORTED_TARGET GLOBAL zlib)
+
 set(page_dir ${CMAKE_CURRENT_SOURCE_DIR}/page)
 set(page_names index.html beside.js chart.js dom.js format.js icon.svg page.js style.css table.js view.js)
 set(page_files "chart.min.js=${CHART_JS}")

@@ -74,6 +74,16 @@ void loadQuotas(const Database &database, std::vector<Quota> &quotas) {
     }
 }
 
+// Without a log beside it the file is all there is, and reading it must leave nothing behind; nor
+// can it in a folder that may not be written.
+std::vector<const char *> readingModes(const std::string &file) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(file + "-wal", error);
+    if (error || size == 0)
+        return {"?mode=ro&immutable=1"};
+    return {"?mode=ro", "?mode=ro&immutable=1"};
+}
+
 } // namespace
 
 const char *tableOf(Level level) {
@@ -86,11 +96,14 @@ std::string storeFile(const std::string &folder) {
 }
 
 Store::Store(StoreOptions options, Present &present) : options_(std::move(options)) {
+    const std::string file = storeFile(options_.folder);
     try {
         openService(present);
     } catch (const SqlError &error) {
+        if (error.code() == SQLITE_BUSY)
+            throw StoreError(file + " is in use by another service");
         if (!error.isDamage())
-            throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
+            throw StoreError("cannot open " + file + ": " + error.what());
         startAnew(present);
     }
 }
@@ -100,8 +113,8 @@ std::unique_ptr<Store> Store::openToRead(const std::string &folder, Present &pre
     if (access(file.c_str(), R_OK) != 0)
         throw StoreError("cannot read " + file + ": " + strerror(errno));
     std::unique_ptr<Store> store(new Store);
-    for (const char *mode : {"?mode=ro", "?mode=ro&immutable=1"}) { // the second in a folder where
-        try {                                                       // nothing may be made
+    for (const char *mode : readingModes(file)) {
+        try { // nothing may be made
             store->database_ = std::make_unique<Database>("file:" + file + mode,
                                                           SQLITE_OPEN_READONLY | SQLITE_OPEN_URI |
                                                               SQLITE_OPEN_NOMUTEX);
@@ -125,13 +138,7 @@ void Store::openService(Present &present) {
     // The lock that keeps a second service out is taken with the first access and never given back.
     database_->run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-1024;"
                    "PRAGMA temp_store=MEMORY");
-    try {
-        database_->run("BEGIN EXCLUSIVE; COMMIT");
-    } catch (const SqlError &error) {
-        if (error.code() == SQLITE_BUSY)
-            throw StoreError(storeFile(options_.folder) + " is in use by another service");
-        throw;
-    }
+    database_->run("BEGIN EXCLUSIVE; COMMIT");
     const bool isNew = database_->number("PRAGMA application_id") == 0 &&
                        database_->number("SELECT count(*) FROM sqlite_schema") == 0;
     if (!isNew)
