@@ -1,12 +1,11 @@
 // Making elements. Texts of neighbours only ever become text nodes.
 
-// element("a", {href: "..", class: "x", onclick: f}, "text", otherElement, null)
+// element("a", {href: "..", class: "x"}, "text", otherElement, null)
 export function element(tag, properties = {}, ...children) {
   const made = document.createElement(tag);
   for (const [name, value] of Object.entries(properties)) {
     if (value === null || value === undefined || value === false) continue;
-    if (name.startsWith("on")) made.addEventListener(name.slice(2), value);
-    else made.setAttribute(name, value === true ? "" : value);
+    made.setAttribute(name, value === true ? "" : value);
   }
   made.append(...children.filter(child => child !== null && child !== undefined));
   return made;
@@ -14,11 +13,44 @@ export function element(tag, properties = {}, ...children) {
 
 export const by = id => document.getElementById(id);
 
-// Puts new children in the place of the old ones; what had the keyboard's focus has it again.
+// Puts new children in the place of the old ones. What is the same stays the same node, found by its
+// data-key where it has one: neither the focus nor a click that has begun is lost.
 export function replace(parent, ...children) {
-  const focused = parent.contains(document.activeElement) && document.activeElement.dataset.focus;
-  parent.replaceChildren(...children.filter(child => child !== null && child !== undefined));
-  if (focused) parent.querySelector(`[data-focus="${CSS.escape(focused)}"]`)?.focus({preventScroll: true});
+  const focused = document.activeElement;
+  update(parent, children.filter(child => child !== null && child !== undefined));
+  if (focused !== document.activeElement && parent.contains(focused)) focused.focus({preventScroll: true});
+}
+
+function update(parent, fresh) {
+  const known = new Map([...parent.children].filter(child => child.dataset.key).map(child => [child.dataset.key, child]));
+  let next = parent.firstChild;
+  for (const child of fresh) {
+    const node = typeof child === "string" ? document.createTextNode(child) : child;
+    const key = node.dataset?.key;
+    const old = key ? known.get(key) : next?.dataset?.key ? null : next;
+    if (old?.nodeName !== node.nodeName) {
+      parent.insertBefore(node, next);
+      continue;
+    }
+    if (old === next) next = next.nextSibling;
+    else parent.insertBefore(old, next);
+    become(old, node);
+  }
+  while (next) {
+    const after = next.nextSibling;
+    next.remove();
+    next = after;
+  }
+}
+
+function become(old, node) {
+  if (node.nodeType === Node.TEXT_NODE) {
+    if (old.data !== node.data) old.data = node.data;
+    return;
+  }
+  for (const {name} of [...old.attributes]) if (!node.hasAttribute(name) && name !== "open") old.removeAttribute(name);
+  for (const {name, value} of node.attributes) if (old.getAttribute(name) !== value) old.setAttribute(name, value);
+  update(old, [...node.childNodes]);
 }
 
 export function setText(id, text, title) {

@@ -43,14 +43,14 @@ const deviceOf = mac => devices.find(device => device.mac === mac);
 const nameOf = mac => deviceOf(mac)?.name || mac;
 const today = () => now?.sampled ?? new Date().toISOString();
 
-function open(target) {
-  return event => {
-    if (event.ctrlKey || event.metaKey || event.shiftKey || event.button) return;
-    event.preventDefault();
-    history.pushState(null, "", address(target));
-    changeView();
-  };
-}
+// A link to another view of this page needs no new page.
+document.addEventListener("click", event => {
+  const link = event.target.closest("a[data-view]");
+  if (!link || event.ctrlKey || event.metaKey || event.shiftKey || event.button) return;
+  event.preventDefault();
+  history.pushState(null, "", link.getAttribute("href"));
+  changeView();
+});
 
 // ---- rows of a table, from either kind of answer
 
@@ -94,8 +94,8 @@ const sum = rows => rows.reduce((all, row) => ({down: all.down + row.down, up: a
 function choices(place, offered, name, targetOf) {
   replace(by(place), ...Object.entries(offered).map(([value, label]) => {
     const target = targetOf(value);
-    return element("li", {}, element("a", {href: address(target), "data-focus": `${place}-${value}`,
-      "aria-current": view[name] === value ? "true" : null, onclick: open(target)}, label));
+    return element("li", {}, element("a", {href: address(target),
+      "aria-current": view[name] === value ? "true" : null, "data-view": true}, label));
   }));
 }
 
@@ -106,7 +106,7 @@ function drawChoices() {
   replace(by("filters"), ...activeFilters(view).map(filter => {
     const target = {...view, [filter]: undefined, by: filter};
     const text = filter === "device" ? nameOf(view.device) : view[filter];
-    return element("li", {}, element("a", {href: address(target), "data-focus": `filter-${filter}`, onclick: open(target),
+    return element("li", {}, element("a", {href: address(target), "data-view": true,
       "aria-label": `Remove the filter ${members[filter].toLowerCase()} ${text}`}, element("bdi", {}, text), element("span", {"aria-hidden": "true"}, "×")));
   }));
   setText("title", ranges[view.range].title);
@@ -145,7 +145,7 @@ function drawLive() {
   for (const sample of live) for (const row of liveRows(sample)) latest.set(row.key, row);
   const members = largestFirst([...latest.values()]);
   colourMembers(members.map(row => row.key));
-  drawTable(rows, view, {total: sum(rows), others: {count: 0, down: 0, up: 0}, rates: true}, open);
+  drawTable(rows, view, {total: sum(rows), others: {count: 0, down: 0, up: 0}, rates: true});
   const blank = livePoints - live.length;
   const labels = [...Array(blank).fill(""), ...live.map(sample => clockWithSeconds(sample.sampled))];
   const perSample = live.map(sample => new Map(liveRows(sample).map(row => [row.key, row])));
@@ -161,7 +161,7 @@ function drawHistory(answer, steps) {
   if (view.by === "device" && activeFilters(view).length === 0) addIdle(rows);
   const largest = largestFirst(rows.filter(row => row.down + row.up > 0));
   colourMembers(largest.map(row => row.key));
-  drawTable(rows, view, {total: answer.total, others: answer.others, rates: false}, open);
+  drawTable(rows, view, {total: answer.total, others: answer.others, rates: false});
   const starts = [...new Set(steps.rows.map(row => row.start))].sort();
   const at = new Map(starts.map((start, index) => [start, index]));
   const series = new Map(largest.map(row => [row.key, {key: row.key, label: row.name, down: starts.map(() => 0), up: starts.map(() => 0)}]));
@@ -190,7 +190,7 @@ function drawBeside(answer, quotas) {
   drawQuotas(quotas);
   drawNew(devices.filter(isNew), device => {
     const target = {range: view.range, device: device.mac, by: "application", sort: "total", order: "down"};
-    return element("a", {href: address(target), title: nameOf(device.mac), onclick: open(target)}, element("bdi", {}, nameOf(device.mac)));
+    return element("a", {href: address(target), title: nameOf(device.mac), "data-view": true}, element("bdi", {}, nameOf(device.mac)));
   });
 }
 

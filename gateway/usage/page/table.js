@@ -18,24 +18,24 @@ export function sorted(rows, view) {
   return [...rows].sort((a, b) => sign * order(a, b) || (a.key < b.key ? -1 : 1));
 }
 
-function header(view, unit, open) {
+function header(view, unit) {
   const sorts = [["name", members[view.by]], ["down", `Down, ${unit}`], ["up", `Up, ${unit}`], ["total", `Total, ${unit}`], ["share", "Share"]];
   return element("tr", {}, ...sorts.map(([sort, label]) => {
     const current = view.sort === sort;
     const order = current ? (view.order === "up" ? "down" : "up") : (sort === "name" ? "up" : "down");
     const target = {...view, sort, order};
     return element("th", {scope: "col", class: sort, "aria-sort": current ? (view.order === "up" ? "ascending" : "descending") : null},
-      element("a", {href: address(target), "data-focus": `sort-${sort}`, onclick: open(target)},
+      element("a", {href: address(target), "data-view": true},
         element("span", {class: "arrow", "aria-hidden": "true"}, current ? (view.order === "up" ? "▲" : "▼") : ""), label));
   }));
 }
 
-function nameCell(row, view, open) {
+function nameCell(row) {
   const target = row.target;
   const name = element("bdi", {}, row.name);
   return element("th", {scope: "row", class: "name"}, element("div", {},
     element("span", {class: `swatch ${colour(row.key)}`, "aria-hidden": "true"}),
-    target ? element("a", {href: address(target), title: row.note ? `${row.name} (${row.note})` : row.name, "data-focus": `row-${row.key}`, onclick: open(target)}, name)
+    target ? element("a", {href: address(target), title: row.note ? `${row.name} (${row.note})` : row.name, "data-view": true}, name)
            : element("span", {title: row.name}, name),
     row.fresh ? element("span", {class: "badge"}, "new") : null,
     row.note ? element("small", {}, element("bdi", {}, row.note)) : null));
@@ -45,7 +45,7 @@ const numberCell = (kind, bytes, written, exact) =>
   element("td", {class: kind}, element("data", {value: bytes, title: exact}, written));
 
 // rows: [{key, name, note, fresh, target, down, up}]; what: {total, others, rates}.
-export function drawTable(rows, view, what, open) {
+export function drawTable(rows, view, what) {
   const all = total(what.total);
   const unit = what.rates ? null : unitOf(all);
   const written = what.rates ? rate : bytes => inUnit(bytes, unit);
@@ -61,9 +61,9 @@ export function drawTable(rows, view, what, open) {
       element("span", {}, `${part.toFixed(1)} %`));
   };
   const table = by("table");
-  replace(table.tHead, header(view, what.rates ? "Mbit/s" : unit.name, open));
+  replace(table.tHead, header(view, what.rates ? "Mbit/s" : unit.name));
   const body = sorted(rows, view).map(row =>
-    element("tr", {"data-key": row.key}, nameCell(row, view, open), ...numbers(row), share(row)));
+    element("tr", {"data-key": row.key}, nameCell(row), ...numbers(row), share(row)));
   if (body.length === 0)
     body.push(element("tr", {}, element("td", {colspan: 5, class: "nothing"}, what.rates ? "Nobody uses the network at the moment." : "Nothing was used in this time.")));
   replace(table.tBodies[0], ...body);

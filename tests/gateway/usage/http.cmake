@@ -15,3 +15,11 @@ foreach(suite usage_http_test usage_page_parts_test)
   set_target_properties(${suite} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   discover_suite(${suite})
 endforeach()
+
+# The page in a browser: Debian's own Python, which has Debian's modules.
+add_test(
+  NAME usage_page_test
+  COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/page_test.py $<TARGET_FILE:traffic-usage>
+          $<TARGET_FILE:idpfwd> $<TARGET_FILE:idpfw-shim>
+)
+set_tests_properties(usage_page_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 400)
