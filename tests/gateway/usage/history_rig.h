@@ -83,6 +83,10 @@ class FakeEngine final : public Engine {
         devices_.erase(device);
         ++created.try_emplace(device, 1000).first->second;
     }
+    void beginAgain() {
+        restart();
+        truth = {};
+    }
     void restart() {
         devices_.clear();
         ++life;
