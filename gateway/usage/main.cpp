@@ -1,6 +1,7 @@
 // traffic-usage: who used what, now and over the year.
 #include "usage/commands.h"
 #include "usage/serve.h"
+#include "usage/setup.h"
 #include "usage/text.h"
 
 #include <CLI/CLI.hpp>
@@ -13,6 +14,7 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
+constexpr const char *kListen = "127.0.0.1:8080";
 
 // The command that was asked for, ready to run.
 struct Chosen {
@@ -41,6 +43,15 @@ void runWith(CLI::App *command, Chosen &chosen, std::function<int(Service &)> ru
     });
 }
 
+void addSettings(CLI::App *command, std::string &file) {
+    command->add_option("--settings", file,
+                        "File of what was set up (/etc/traffic-usage/INSTANCE.json)");
+}
+
+std::string settingsOf(const std::string &given, const Place &place) {
+    return given.empty() ? settingsFile(place.instance) : given;
+}
+
 void addServe(CLI::App &app, Chosen &chosen) {
     CLI::App *command = addCommand(app, chosen, "serve", "Keep the history and answer questions");
     auto options = std::make_shared<ServeOptions>();
@@ -48,16 +59,39 @@ void addServe(CLI::App &app, Chosen &chosen) {
     command->add_option("--every", options->every, "Seconds between two samples (5)")
         ->check(CLI::Range(1, 300));
     command->add_option("--listen", options->listen,
-                        "ADDRESS:PORT of the page, or none (127.0.0.1:8080)");
+                        "ADDRESS:PORT of the page, or none (as set up, else 127.0.0.1:8080)");
+    auto settings = std::make_shared<std::string>();
+    addSettings(command, *settings);
     command->add_option("--limit", *limit, "Size of the store, beyond which the oldest goes (64M)");
-    command->callback([&chosen, options, limit] {
-        chosen.run = [&chosen, options, limit] {
+    command->callback([&chosen, options, limit, settings] {
+        chosen.run = [&chosen, options, limit, settings] {
             const auto size = parseSize(*limit);
             if (!size || *size < (1U << 20U))
                 throw UsageError("--limit needs a size of 1M or more, not '" + *limit + "'");
             options->limit = *size;
             options->place = findPlace(chosen.place);
+            options->settings = readSettings(settingsOf(*settings, options->place));
+            if (options->listen.empty())
+                options->listen =
+                    options->settings.listen.empty() ? kListen : options->settings.listen;
             return serve(*options);
+        };
+    });
+}
+
+void addSetup(CLI::App &app, Chosen &chosen) {
+    CLI::App *command =
+        addCommand(app, chosen, "setup", "Ask for a password, and show the page on the LAN");
+    auto options = std::make_shared<SetupOptions>();
+    command->add_option("--listen", options->listen,
+                        "ADDRESS:PORT of the page (the address of the interface, port 8080)");
+    addSettings(command, options->settings);
+    command->callback([&chosen, options] {
+        chosen.run = [&chosen, options] {
+            const Place place = findPlace(chosen.place);
+            options->instance = place.instance;
+            options->settings = settingsOf(options->settings, place);
+            return setUp(*options, std::cin, std::cout);
         };
     });
 }
@@ -155,6 +189,7 @@ int run(int argc, char **argv) {
     app.require_subcommand(1);
     Chosen chosen;
     addServe(app, chosen);
+    addSetup(app, chosen);
     addShow(app, chosen);
     addDevices(app, chosen);
     addQuotas(app, chosen);

@@ -3,6 +3,7 @@
 #include "common/file.h"
 #include "usage/api.h"
 #include "usage/engine_reader.h"
+#include "usage/site.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -62,9 +63,11 @@ class Loop {
                .every = options.every},
               engine_, names_, tell),
           api_([this] { return view(); }, &history_, options.place.state),
-          server_(
-              {.socketPath = options.place.socket(), .listen = options.listen, .passwordHash = {}},
-              [this](const HttpRequest &request) { return api_.handle(request); }) {}
+          site_(api_, history_, options.place.instance, options.settings.messages),
+          server_({.socketPath = options.place.socket(),
+                   .listen = options.listen,
+                   .passwordHash = options.settings.passwordHash},
+                  [this](const HttpRequest &request) { return site_.handle(request); }) {}
 
     // Until a signal that ends it can be read from the descriptor.
     void run(int signals) {
@@ -73,6 +76,7 @@ class Loop {
             const std::int64_t wait = next - now().milliseconds;
             if (wait <= 0) {
                 history_.sample(now());
+                site_.sampled(now().wall);
                 next = std::max(next, now().milliseconds - options_.every * 1000) +
                        options_.every * 1000;
                 continue;
@@ -107,6 +111,7 @@ class Loop {
     DatabaseNames names_;
     History history_;
     Api api_;
+    Site site_;
     HttpServer server_;
 };
 

@@ -3,6 +3,7 @@
 
 #include "usage/clock.h"
 #include "usage/instance.h"
+#include "usage/settings.h"
 
 #include <cstdint>
 
@@ -11,7 +12,8 @@ namespace usage {
 struct ServeOptions {
     Place place;
     Seconds every = 5;
-    std::string listen = "127.0.0.1:8080";
+    std::string listen; // as HttpOptions has it
+    Settings settings;  // the password and the broker
     std::uint64_t limit = 64U << 20U;
 };
 
