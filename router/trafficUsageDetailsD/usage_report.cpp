@@ -7,7 +7,7 @@
 #include "common/text.h"
 #include "trafficUsageDetailsD/debug_log.h"
 #include "trafficUsageDetailsD/device_types.h"
-#include "trafficUsageDetailsD/monitor.h"
+#include "trafficUsageDetailsD/signals.h"
 
 #include <cstdio>
 #include <memory>
