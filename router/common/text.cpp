@@ -6,6 +6,8 @@
 #include <limits>
 #include <strings.h>
 
+inline namespace routerutil {
+
 void copy_text(char *destination, std::size_t size, const char *source) {
     if (size == 0)
         return;
@@ -66,3 +68,5 @@ const char *stristr(const char *text, const char *part) {
     }
     return text;
 }
+
+} // namespace routerutil

@@ -4,6 +4,9 @@
 #include <cstdarg>
 #include <cstddef>
 
+// What the library has for itself: a program's own functions of the same names are others.
+inline namespace routerutil {
+
 // Copies at most size - 1 bytes of source and always terminates; a size of 0 copies nothing.
 void copy_text(char *destination, std::size_t size, const char *source);
 
@@ -35,3 +38,5 @@ int decimal_value(const char *text);
 // The first place in text where part stands, compared without regard to ASCII case; nullptr when
 // there is none.
 const char *stristr(const char *text, const char *part);
+
+} // namespace routerutil
