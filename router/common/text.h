@@ -23,6 +23,10 @@ void copy_text(char (&destination)[Size], const char *source) {
 [[gnu::format(printf, 3, 0)]] bool format_text_list(char *destination, std::size_t size,
                                                     const char *format, va_list arguments);
 
+// Makes UTF-8 of a text in place: '?' takes the place of each byte that is none, and a character
+// that is cut by the text's end goes.
+void make_utf8(char *text);
+
 // Reads six hexadecimal groups joined by colons, each as scanf's %2x does (one digit is enough),
 // and ignores what follows them. False, with mac untouched, when a group is missing.
 bool parse_mac(const char *text, unsigned char mac[6]);
