@@ -97,6 +97,7 @@ void monitorTrafficUsage() {
         perror("daemon");
         exit(EXIT_FAILURE);
     }
+    guaranteeTermination(kPidFile);
     writePidFile();
     memset(trafficBuffer, 0, sizeof trafficBuffer);
     while (!terminationRequested()) {

@@ -10,6 +10,6 @@ void showHelp(int argc, char **argv);
 
 // Detaches into the background, writes the pid file and runs a pass every 10 seconds. Never
 // returns: ends the process with status 0 on SIGTERM or SIGINT (at once while waiting, at the end
-// of a running pass otherwise; the table freed, the pid file removed, no report), with status 1
-// when it cannot detach.
+// of a running pass otherwise, see guaranteeTermination; the table freed, the pid file removed, no
+// report), with status 1 when it cannot detach.
 [[noreturn]] void monitorTrafficUsage();

@@ -12,5 +12,12 @@ extern volatile sig_atomic_t got_sigusr2;
 // SIGKILL ask for termination, any other number does nothing.
 void sigHandler(int signal_number);
 
+// Makes sure that a termination ends the daemon: lets through what its starter blocked, and from
+// then on ends the process (status 0, this file removed) when the orderly way out takes longer than
+// kSecondsToLeave, as when the log's reader hangs.
+void guaranteeTermination(const char *pidFile);
+
+constexpr unsigned int kSecondsToLeave = 3;
+
 // Whether the daemon was asked to end. Nothing is reported from then on.
 bool terminationRequested();
