@@ -110,6 +110,13 @@ class LiveSource : public PacketSource {
         sayDrops();
     }
 
+    [[nodiscard]] std::optional<std::uint64_t> captureDrops() const override {
+        pcap_stat statistics{};
+        if (pcap_stats(pcap_.get(), &statistics) != 0)
+            return std::nullopt;
+        return statistics.ps_drop;
+    }
+
   private:
     static void receive(u_char *self, const pcap_pkthdr *header, const u_char *bytes) {
         auto *source = reinterpret_cast<LiveSource *>(self);
@@ -121,17 +128,17 @@ class LiveSource : public PacketSource {
         if (now_.milliseconds - lastLook_ < kPause)
             return;
         lastLook_ = now_.milliseconds;
-        pcap_stat statistics{};
-        if (pcap_stats(pcap_.get(), &statistics) != 0 || statistics.ps_drop == drops_)
+        const std::uint64_t dropped = captureDrops().value_or(drops_);
+        if (dropped == drops_)
             return;
-        fprintf(stderr, "idpfwd: %s: the kernel dropped %u packets, they are not counted\n",
-                name_.c_str(), statistics.ps_drop - drops_);
-        drops_ = statistics.ps_drop;
+        fprintf(stderr, "idpfwd: %s: the kernel dropped %llu packets, they are not counted\n",
+                name_.c_str(), static_cast<unsigned long long>(dropped - drops_));
+        drops_ = dropped;
     }
 
     Moment now_;
     std::uint64_t lastLook_ = 0;
-    unsigned drops_ = 0;
+    std::uint64_t drops_ = 0;
 };
 
 // The packets' own times are the clock: the first one starts it, and at its own pace it runs on

@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 Reply ask(Source &source, std::uint8_t nr, std::uint8_t op, std::uint32_t capacity = 2'000'000) {
     const CallerHeader header{
         .magic = 191, .nr = nr, .op = op, .outAddress = 1, .outCapacity = capacity};
-    return serve(0xC02CBF00U + nr, header, {}, source);
+    return RequestServer(source).serve(0xC02CBF00U + nr, header, {}, 0);
 }
 
 Numbers downBytes(const Source &source) {
