@@ -2,7 +2,9 @@
 
 #include "engine/engine_state.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <limits>
 #include <random>
 
@@ -25,6 +27,16 @@ std::vector<std::uint8_t> bytesOf(const std::vector<Record> &records) {
     return {first, first + records.size() * sizeof(Record)};
 }
 
+template <typename Record>
+Reply shown(const std::vector<Record> &records, const std::bitset<256> &hidden) {
+    if (hidden.none())
+        return {.error = 0, .output = bytesOf(records), .reportedLength = {}};
+    std::vector<Record> rest;
+    std::ranges::copy_if(records, std::back_inserter(rest),
+                         [&](const Record &record) { return !hidden[record.uid]; });
+    return {.error = 0, .output = bytesOf(rest), .reportedLength = {}};
+}
+
 bool asksForRows(const Request &request) {
     return request.nr == IDPFW_NR_APP && request.op == kOpRows;
 }
@@ -41,9 +53,9 @@ bool asksForUsers(const Request &request) {
 
 std::optional<Reply> tableReply(const Request &request, const Tables &tables) {
     if (asksForUsers(request))
-        return Reply{.error = 0, .output = bytesOf(tables.users()), .reportedLength = {}};
+        return shown(tables.users(), tables.hidden());
     if (asksForRows(request))
-        return Reply{.error = 0, .output = bytesOf(tables.rows()), .reportedLength = {}};
+        return shown(tables.rows(), tables.hidden());
     return std::nullopt;
 }
 
@@ -70,7 +82,13 @@ Reply RequestServer::state() const {
     return {.error = 0, .output = bytesOf(record), .reportedLength = {}};
 }
 
-Reply RequestServer::answer(const Request &request) {
+Reply RequestServer::answer(const Request &request, pid_t caller) {
+    if (asksForState(request))
+        callers_.knowsLives(caller);
+    const bool users = asksForUsers(request);
+    if ((users || asksForRows(request)) &&
+        callers_.heldBack(caller, users ? Table::kUsers : Table::kRows))
+        return {};
     if (auto reply = source_.answer(request))
         return *std::move(reply);
     if (asksForState(request))
@@ -81,7 +99,7 @@ Reply RequestServer::answer(const Request &request) {
 }
 
 Reply RequestServer::serve(std::uint32_t number, const CallerHeader &header,
-                           std::vector<std::uint8_t> input, pid_t /*caller*/) {
+                           std::vector<std::uint8_t> input, pid_t caller) {
     if (const int error = checkRequest(number, header); error != 0)
         return {.error = error, .output = {}, .reportedLength = {}};
     const Request request{.nr = header.nr,
@@ -90,7 +108,7 @@ Reply RequestServer::serve(std::uint32_t number, const CallerHeader &header,
                           .inValue = header.inValue,
                           .input = std::move(input),
                           .outLength = header.capacity()};
-    Reply reply = answer(request);
+    Reply reply = answer(request, caller);
     if (reply.error != 0)
         return {.error = reply.error, .output = {}, .reportedLength = {}};
     if (reply.output.size() > request.outLength)

@@ -1,6 +1,7 @@
 // Answers the requests of callers, whichever way they came.
 #pragma once
 
+#include "engine/callers.h"
 #include "engine/device/caller_header.h"
 #include "engine/source.h"
 
@@ -27,15 +28,17 @@ class RequestServer {
 
     // Answers a request of a process, or of one of its threads (0: of one that cannot be seen from
     // here): errno, or output that fits the caller's capacity (cut to whole bytes, so that a last
-    // record may be partial) and the length to report, which is always set then.
+    // record may be partial) and the length to report, which is always set then. The tables are
+    // empty for callers that are held back.
     Reply serve(std::uint32_t number, const CallerHeader &header, std::vector<std::uint8_t> input,
                 pid_t caller);
 
   private:
-    Reply answer(const Request &request);
+    Reply answer(const Request &request, pid_t caller);
     [[nodiscard]] Reply state() const;
 
     Source &source_;
+    Callers callers_;
     std::uint64_t life_;
 };
 

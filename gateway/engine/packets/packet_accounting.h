@@ -26,8 +26,11 @@ class PacketAccounting : private FlowTable::Counter {
     // Gives up idle flows, and forgets the clients that have neither sent nor been sent a frame.
     void advance(const Moment &now);
 
-    // Counts everything that is still held.
-    void finish() { flows_.finish(); }
+    // Counts everything that is still held, and shows it.
+    void finish() {
+        flows_.finish();
+        tables_.showAll();
+    }
 
     [[nodiscard]] std::size_t flows() const { return flows_.size(); }
 

@@ -10,9 +10,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <unistd.h>
 
 namespace idpfwd {
 namespace {
+
+constexpr CallerHeader kAsksForState{.magic = IDPFW_MAGIC,
+                                     .nr = IDPFWD_NR_STATE,
+                                     .op = IDPFWD_OP_STATE,
+                                     .outAddress = 8,
+                                     .outCapacity = sizeof(idpfwd_state)};
 
 TEST(CallerHeader, OfA32BitCallerIsReadAsItLiesInMemory) {
     std::vector<std::uint8_t> bytes = {0xBF, 0,    0,    0,    12,   2,    0,    2,    0x10, 0x20,
@@ -36,8 +43,9 @@ TEST(Requests, AreCheckedAndTheirOutputIsCutToTheCallersCapacityInBytes) {
     Scenario source(parseScenario(R"({"steps": [{"generate": {"users": 1}}]})"));
     RequestServer server(source);
     const auto serve = [&](std::uint32_t number, const CallerHeader &asked) {
-        return server.serve(number, asked, {}, 0);
+        return server.serve(number, asked, {}, getpid());
     };
+    serve(IDPFWD_REQUEST_STATE, kAsksForState); // now it is a caller that is not held back
     CallerHeader header{
         .magic = 191, .nr = 10, .op = 1, .inLength = kMaxInput + 1, .outAddress = 8};
     for (const std::uint32_t capacity : {0U, 1U, 89U, 90U}) {
@@ -54,19 +62,37 @@ TEST(Requests, AreCheckedAndTheirOutputIsCutToTheCallersCapacityInBytes) {
     EXPECT_EQ(serve(0xC02CBF0A, header).error, EINVAL) << "too much input";
 }
 
+TEST(Requests, TablesAreEmptyForThoseHeldBackAndWithoutThoseHidden) {
+    Echo source;
+    source.tables.addTraffic({2, 1}, 1, 1, {.up_bytes = 60}, {.milliseconds = 1000});
+    source.tables.forgetUnseen({.milliseconds = 3000}, 1);
+    source.tables.addTraffic({2, 1}, 1, 1, {.up_bytes = 60}, {.milliseconds = 4000}); // back
+    source.tables.addTraffic({2, 2}, 1, 1, {.up_bytes = 60}, {.milliseconds = 4000});
+    RequestServer server(source);
+    const auto lengths = [&] {
+        std::vector<std::size_t> sizes;
+        for (const std::uint8_t nr : {IDPFW_NR_USER, IDPFW_NR_APP})
+            sizes.push_back(
+                server
+                    .serve(IDPFW_REQUEST(nr),
+                           {.magic = 191, .nr = nr, .op = 1, .outAddress = 8, .outCapacity = 1000},
+                           {}, getpid())
+                    .output.size());
+        return sizes;
+    };
+    using Sizes = std::vector<std::size_t>;
+    EXPECT_EQ(lengths(), (Sizes{0, 0}));
+    EXPECT_EQ(lengths(), (Sizes{0, 0}));
+    EXPECT_EQ(lengths(), (Sizes{sizeof(devid_user_entry), sizeof(devid_app_rate_entry)}));
+}
+
 TEST(Requests, TheStateNamesTheLifeAndWhatCouldNotBeCounted) {
     class Crowded final : public Echo {
         [[nodiscard]] std::optional<std::uint64_t> captureDrops() const override { return 5; }
     } source;
     const auto state = [](RequestServer &server) {
         idpfwd_state record{};
-        const Reply reply = server.serve(IDPFWD_REQUEST_STATE,
-                                         {.magic = IDPFW_MAGIC,
-                                          .nr = IDPFWD_NR_STATE,
-                                          .op = IDPFWD_OP_STATE,
-                                          .outAddress = 8,
-                                          .outCapacity = sizeof record},
-                                         {}, 0);
+        const Reply reply = server.serve(IDPFWD_REQUEST_STATE, kAsksForState, {}, 0);
         EXPECT_EQ(reply.reportedLength, sizeof record);
         memcpy(&record, reply.output.data(), std::min(sizeof record, reply.output.size()));
         return record;
