@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 
 namespace idpfwd {
@@ -62,7 +63,11 @@ std::optional<std::uint64_t> startOf(pid_t process) {
 
 Callers::Callers()
     : born_(ticksNow()), end_(std::chrono::steady_clock::now() + kLongestHold),
-      seesProcesses_(seesOwnProcesses()) {}
+      seesProcesses_(seesOwnProcesses()) {
+    // A process of the same tick counts as older; those that wait for the engine shall not be.
+    while (ticksNow() <= born_)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 Callers::Seen Callers::look(pid_t caller) {
     const pid_t process = seesProcesses_ && caller > 0 ? processOf(caller) : 0;

@@ -17,7 +17,8 @@ class Callers {
     // two readings, so that two readings fall into it whole.
     static constexpr std::chrono::seconds kLongestHold{30};
 
-    // The engine's life begins. Callers can reach it from now on, or could for a moment.
+    // The engine's life begins: callers can reach it from now on, or could for a moment. Waits for
+    // the end of the clock tick (at most 10 milliseconds) in which a process's age cannot be told.
     Callers();
 
     // Notes that the caller asks for a table: true when it is to get an empty one.

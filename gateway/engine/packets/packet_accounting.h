@@ -32,6 +32,11 @@ class PacketAccounting : private FlowTable::Counter {
         tables_.showAll();
     }
 
+    // Whether a router's address was given that none of these many frames had.
+    [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
+        return gateway_ && !gatewaySeen_ && frames_ >= frames;
+    }
+
     [[nodiscard]] std::size_t flows() const { return flows_.size(); }
 
   private:
@@ -41,6 +46,8 @@ class PacketAccounting : private FlowTable::Counter {
 
     Tables &tables_;
     std::optional<Mac> gateway_;
+    bool gatewaySeen_ = false;
+    std::uint64_t frames_ = 0;
     std::uint32_t forgetSeconds_;
     Moment now_; // what is counted is stamped with
     std::uint64_t lastSweep_ = 0;

@@ -47,7 +47,8 @@ class PacketSource : public Source {
   public:
     PacketSource(Pcap pcap, const PacketOptions &options, std::unique_ptr<Classifier> classifier,
                  NameTable names, std::optional<Mac> gateway)
-        : pcap_(std::move(pcap)), name_(options.name), names_(std::move(names)),
+        : pcap_(std::move(pcap)), name_(options.name),
+          checksGateway_(options.gatewayMac.has_value()), names_(std::move(names)),
           classifier_(std::move(classifier)),
           accounting_(tables, *classifier_, gateway, options.forgetSeconds) {}
 
@@ -67,13 +68,26 @@ class PacketSource : public Source {
         accounting_.add({bytes, header.caplen}, std::max(header.len, header.caplen), now);
     }
 
+    // Says once that the address that was given for the router is in none of these many frames.
+    void checkGateway(std::uint64_t frames) {
+        if (!checksGateway_ || !accounting_.missesGateway(frames))
+            return;
+        checksGateway_ = false;
+        fprintf(stderr,
+                "idpfwd: %s: no frame has the gateway's MAC that was given, so the router may "
+                "count as a client\n",
+                name_.c_str());
+    }
+
     void finish() {
+        checkGateway(1);
         accounting_.finish();
         finished_ = true;
     }
 
     Pcap pcap_;
     std::string name_;
+    bool checksGateway_;
     NameTable names_;
     std::unique_ptr<Classifier> classifier_;
     PacketAccounting accounting_;
@@ -125,9 +139,11 @@ class LiveSource : public PacketSource {
 
     void sayDrops() {
         constexpr std::uint64_t kPause = 10'000;
+        constexpr std::uint64_t kTelling = 1000; // frames of a LAN, the router's among them
         if (now_.milliseconds - lastLook_ < kPause)
             return;
         lastLook_ = now_.milliseconds;
+        checkGateway(kTelling);
         const std::uint64_t dropped = captureDrops().value_or(drops_);
         if (dropped == drops_)
             return;

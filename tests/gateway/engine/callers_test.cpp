@@ -62,7 +62,6 @@ TEST(Callers, AreKnownByTheirProcessWhicheverThreadAsks) {
 
 TEST(Callers, ThatAreYoungerThanTheEngineAreNotHeldBack) {
     Callers callers;
-    usleep(50'000); // ages are seen in ticks of the clock
     const pid_t child = fork();
     if (child == 0) {
         pause();
