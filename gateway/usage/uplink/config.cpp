@@ -155,6 +155,16 @@ Wrong checkTogether(const Config &config) {
     return "";
 }
 
+[[noreturn]] void refuseLine(const std::string &name, int number, const Wrong &wrong) {
+    throw ConfigError(name + ":" + std::to_string(number) + ": the line " + wrong);
+}
+
+// Nothing to do for a file that is not named.
+void requireReadable(const std::string &name, const std::string &file) {
+    if (!file.empty() && access(file.c_str(), R_OK) != 0)
+        throw ConfigError(name + ": cannot read " + file + ": " + strerror(errno));
+}
+
 std::string readPassword(const std::string &path) {
     std::ifstream file(path);
     std::string line;
@@ -175,7 +185,7 @@ Config parseConfig(std::istream &text, const std::string &name) {
             continue;
         const Wrong wrong = readLine(content, config, seen);
         if (!wrong.empty())
-            throw ConfigError(name + ":" + std::to_string(number) + ": the line " + wrong);
+            refuseLine(name, number, wrong);
     }
     if (const Wrong wrong = checkTogether(config); !wrong.empty())
         throw ConfigError(name + ": " + wrong);
@@ -187,9 +197,8 @@ Config loadConfig(const std::string &path) {
     if (!file)
         throw ConfigError("no configuration: " + path + ": " + strerror(errno));
     Config config = parseConfig(file, path);
-    for (const std::string &needed : {config.caFile, config.certificateFile, config.keyFile})
-        if (!needed.empty() && access(needed.c_str(), R_OK) != 0)
-            throw ConfigError(path + ": cannot read " + needed + ": " + strerror(errno));
+    for (const auto *needed : {&config.caFile, &config.certificateFile, &config.keyFile})
+        requireReadable(path, *needed);
     if (!config.password.empty())
         config.password = readPassword(config.password);
     return config;

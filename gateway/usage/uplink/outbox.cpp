@@ -140,7 +140,7 @@ std::string setAside(const fs::path &folder) {
     const std::string file = Outbox::kFile;
     auto damaged = numberedFiles(folder, "damaged-", "-" + file);
     const std::int64_t number = nextNumber(damaged);
-    const std::string name = "damaged-" + std::to_string(number) + "-" + file;
+    std::string name = "damaged-" + std::to_string(number) + "-" + file;
     std::error_code ignored; // the journal is not always there
     fs::rename(folder / (file + "-wal"), folder / (name + "-wal"), ignored);
     fs::rename(folder / file, folder / name);
