@@ -1,11 +1,13 @@
 #include "ingest/health.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
 #include <cstring>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <stdexcept>
+#include <string_view>
 
 namespace fleet {
 namespace {
@@ -19,15 +21,20 @@ MHD_Result send(MHD_Connection *connection, unsigned status, std::string text) {
     return result;
 }
 
+std::uint16_t parsePort(std::string_view text) {
+    std::uint16_t port = 0;
+    const char *end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, port);
+    return parsed.ec == std::errc{} && parsed.ptr == end ? port : std::uint16_t{0};
+}
+
 sockaddr_in parseAddress(const std::string &text) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    const std::size_t colon = text.rfind(':');
-    std::uint16_t port = 0;
-    if (colon == std::string::npos ||
-        inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1 ||
-        std::from_chars(text.data() + colon + 1, text.data() + text.size(), port).ptr !=
-            text.data() + text.size())
+    const std::size_t colon = std::min(text.rfind(':'), text.size());
+    const std::uint16_t port =
+        parsePort(std::string_view(text).substr(std::min(colon + 1, text.size())));
+    if (port == 0 || inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1)
         throw std::runtime_error("'" + text + "' is no address like 127.0.0.1:9464");
     address.sin_port = htons(port);
     return address;

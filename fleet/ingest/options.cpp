@@ -27,6 +27,7 @@ void addStore(CLI::App &app, Options &options) {
                    "addresses of the replicas: http://10.20.0.21:8123,http://10.20.0.22:8123")
         ->envname("FLEET_STORE")
         ->delimiter(',')
+        ->allow_extra_args(false) // a DAY that follows is no address
         ->required();
 }
 
