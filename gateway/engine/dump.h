@@ -7,10 +7,10 @@
 
 namespace idpfwd {
 
-// {"users": [{"uid", "mac", "host_name", "rows": [{"cat_id", "app_id", "category", "application",
-// "down_bytes", "up_bytes", "down_packets", "up_packets", "last"}]}],
-// "overflow": {"users", "rows", "packets", "bytes"}}. Always valid JSON: bytes of a name that are
-// no UTF-8 are written as the Latin-1 characters they would be.
+// {"users": [{"uid", "mac", "host_name", "ipv4", "ipv6", "rows": [{"cat_id", "app_id", "category",
+// "application", "down_bytes", "up_bytes", "down_packets", "up_packets", "last"}]}], "overflow":
+// {"users", "rows", "packets", "bytes"}}. Always valid JSON: bytes of a name that are no UTF-8 are
+// written as the Latin-1 characters they would be.
 std::string dumpTables(const Source &source);
 
 } // namespace idpfwd

@@ -64,6 +64,7 @@ void blockSignals() {
 std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
     const sigset_t taken = loopSignals();
     const Descriptor signals(signalfd(-1, &taken, SFD_NONBLOCK | SFD_CLOEXEC));
+    RequestServer server(source);
     Once ready(events.ready);
     Once finished(events.finished);
     Once overflow(events.overflow);
@@ -82,7 +83,7 @@ std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
         if (watched[0].revents != 0 && !takeSignals(signals.get(), events))
             return "";
         source.work();
-        device.serve(std::span(watched).subspan(2), source);
+        device.serve(std::span(watched).subspan(2), server);
     }
     return device.failure();
 }

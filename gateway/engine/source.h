@@ -46,6 +46,10 @@ class Source {
     // come from the tables, and everything else fails with ENOTTY.
     virtual std::optional<Reply> answer(const Request &) { return std::nullopt; }
 
+    // Packets that the kernel dropped before the source could read them, since it was opened;
+    // nothing where that is not known, or where there are no packets.
+    [[nodiscard]] virtual std::optional<std::uint64_t> captureDrops() const { return std::nullopt; }
+
     // What the database files call a category and an application; "" when they don't know it.
     [[nodiscard]] virtual std::string categoryName(std::uint8_t /*cat_id*/) const { return ""; }
     [[nodiscard]] virtual std::string applicationName(std::uint8_t /*cat_id*/,

@@ -19,6 +19,12 @@ bool hasMac(const devid_user_entry &user, const Mac &mac) {
     return memcmp(user.mac, mac.data(), mac.size()) == 0;
 }
 
+Mac macOf(const devid_user_entry &user) {
+    Mac mac{};
+    std::copy_n(user.mac, mac.size(), mac.begin());
+    return mac;
+}
+
 bool unseen(std::uint64_t seen, const Moment &now, std::uint32_t seconds) {
     return now.milliseconds - seen > std::uint64_t{seconds} * 1000;
 }
@@ -63,6 +69,24 @@ void Tables::refuseUser(const Mac &mac, const Moment &now) {
     }
 }
 
+void Tables::hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now) {
+    const auto gone = forgotten_.find(mac);
+    if (gone == forgotten_.end())
+        return;
+    presence_[user.uid].shown = gone->second + kAbsence;
+    hidden_[user.uid] = now.milliseconds < presence_[user.uid].shown;
+    forgotten_.erase(gone);
+}
+
+void Tables::showAbsent(const Moment &now) {
+    std::erase_if(forgotten_,
+                  [&](const auto &gone) { return now.milliseconds >= gone.second + kAbsence; });
+    for (const auto &user : users_) {
+        if (now.milliseconds >= presence_[user.uid].shown)
+            hidden_.reset(user.uid);
+    }
+}
+
 devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now) {
     if (devid_user_entry *known = findUser(mac)) {
         known->ts = now.seconds;
@@ -81,7 +105,8 @@ devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now) {
     user.ts_create = now.seconds;
     user.available = 1;
     users_.push_back(user);
-    presence_[user.uid] = {.stay = ++stays_, .seen = now.milliseconds};
+    presence_[user.uid] = {.stay = ++stays_, .seen = now.milliseconds, .shown = 0};
+    hideReturned(user, mac, now);
     return &users_.back();
 }
 
@@ -132,19 +157,24 @@ void Tables::dropRows(const std::bitset<256> &uids) {
 void Tables::forgetUnseen(const Moment &now, std::uint32_t seconds) {
     std::erase_if(refused_,
                   [&](const auto &device) { return unseen(device.second, now, seconds); });
+    showAbsent(now);
     std::bitset<256> gone;
     std::erase_if(users_, [&](const devid_user_entry &user) {
         const bool forgotten = unseen(presence_[user.uid].seen, now, seconds);
-        if (forgotten)
+        if (forgotten) {
             gone.set(user.uid);
+            forgotten_[macOf(user)] = now.milliseconds;
+        }
         return forgotten;
     });
+    hidden_ &= ~gone;
     dropRows(gone);
 }
 
 void Tables::replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows) {
     users_ = std::move(users);
     rows_.assign(std::move(rows));
+    hidden_.reset();
     refused_.clear();
     refusedRows_.clear();
 }

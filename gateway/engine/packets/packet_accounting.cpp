@@ -99,6 +99,8 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
     if (!parseFrame(captured, packet))
         return;
     now_ = now;
+    ++frames_;
+    gatewaySeen_ |= packet.source == gateway_ || packet.destination == gateway_;
     std::array<Holding, 2> concerned;
     std::size_t count = 0;
     if (isClient(packet.source))

@@ -26,8 +26,16 @@ class PacketAccounting : private FlowTable::Counter {
     // Gives up idle flows, and forgets the clients that have neither sent nor been sent a frame.
     void advance(const Moment &now);
 
-    // Counts everything that is still held.
-    void finish() { flows_.finish(); }
+    // Counts everything that is still held, and shows it.
+    void finish() {
+        flows_.finish();
+        tables_.showAll();
+    }
+
+    // Whether a router's address was given that none of these many frames had.
+    [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
+        return gateway_ && !gatewaySeen_ && frames_ >= frames;
+    }
 
     [[nodiscard]] std::size_t flows() const { return flows_.size(); }
 
@@ -38,6 +46,8 @@ class PacketAccounting : private FlowTable::Counter {
 
     Tables &tables_;
     std::optional<Mac> gateway_;
+    bool gatewaySeen_ = false;
+    std::uint64_t frames_ = 0;
     std::uint32_t forgetSeconds_;
     Moment now_; // what is counted is stamped with
     std::uint64_t lastSweep_ = 0;

@@ -47,7 +47,8 @@ class PacketSource : public Source {
   public:
     PacketSource(Pcap pcap, const PacketOptions &options, std::unique_ptr<Classifier> classifier,
                  NameTable names, std::optional<Mac> gateway)
-        : pcap_(std::move(pcap)), name_(options.name), names_(std::move(names)),
+        : pcap_(std::move(pcap)), name_(options.name),
+          checksGateway_(options.gatewayMac.has_value()), names_(std::move(names)),
           classifier_(std::move(classifier)),
           accounting_(tables, *classifier_, gateway, options.forgetSeconds) {}
 
@@ -67,13 +68,26 @@ class PacketSource : public Source {
         accounting_.add({bytes, header.caplen}, std::max(header.len, header.caplen), now);
     }
 
+    // Says once that the address that was given for the router is in none of these many frames.
+    void checkGateway(std::uint64_t frames) {
+        if (!checksGateway_ || !accounting_.missesGateway(frames))
+            return;
+        checksGateway_ = false;
+        fprintf(stderr,
+                "idpfwd: %s: no frame has the gateway's MAC that was given, so the router may "
+                "count as a client\n",
+                name_.c_str());
+    }
+
     void finish() {
+        checkGateway(1);
         accounting_.finish();
         finished_ = true;
     }
 
     Pcap pcap_;
     std::string name_;
+    bool checksGateway_;
     NameTable names_;
     std::unique_ptr<Classifier> classifier_;
     PacketAccounting accounting_;
@@ -110,6 +124,13 @@ class LiveSource : public PacketSource {
         sayDrops();
     }
 
+    [[nodiscard]] std::optional<std::uint64_t> captureDrops() const override {
+        pcap_stat statistics{};
+        if (pcap_stats(pcap_.get(), &statistics) != 0)
+            return std::nullopt;
+        return statistics.ps_drop;
+    }
+
   private:
     static void receive(u_char *self, const pcap_pkthdr *header, const u_char *bytes) {
         auto *source = reinterpret_cast<LiveSource *>(self);
@@ -118,20 +139,22 @@ class LiveSource : public PacketSource {
 
     void sayDrops() {
         constexpr std::uint64_t kPause = 10'000;
+        constexpr std::uint64_t kTelling = 1000; // frames of a LAN, the router's among them
         if (now_.milliseconds - lastLook_ < kPause)
             return;
         lastLook_ = now_.milliseconds;
-        pcap_stat statistics{};
-        if (pcap_stats(pcap_.get(), &statistics) != 0 || statistics.ps_drop == drops_)
+        checkGateway(kTelling);
+        const std::uint64_t dropped = captureDrops().value_or(drops_);
+        if (dropped == drops_)
             return;
-        fprintf(stderr, "idpfwd: %s: the kernel dropped %u packets, they are not counted\n",
-                name_.c_str(), statistics.ps_drop - drops_);
-        drops_ = statistics.ps_drop;
+        fprintf(stderr, "idpfwd: %s: the kernel dropped %llu packets, they are not counted\n",
+                name_.c_str(), static_cast<unsigned long long>(dropped - drops_));
+        drops_ = dropped;
     }
 
     Moment now_;
     std::uint64_t lastLook_ = 0;
-    unsigned drops_ = 0;
+    std::uint64_t drops_ = 0;
 };
 
 // The packets' own times are the clock: the first one starts it, and at its own pace it runs on
