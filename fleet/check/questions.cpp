@@ -7,6 +7,7 @@
 namespace fleet {
 namespace {
 
+// Simulated routers only: other ones may share the store, and are no matter of the ledger.
 constexpr const char *kFingerprints =
     "SELECT router, outbox, sequence, count(), uniqExact(item), sum(halfMD5(concat("
     "toString(item), '|', region, '|', device, '|', device_type, '|', app_type, '|', app_name, "
@@ -14,14 +15,16 @@ constexpr const char *kFingerprints =
     "toString(start_time), '|', toString(end_time), '|', toString(duration), '|', "
     "toString(upload), '|', toString(download), '|', toString(upload_below_zero), '|', "
     "toString(download_below_zero), '|', toString(clock_bad), '|', toString(bytes_negative)))) "
-    "FROM usage.reports FINAL GROUP BY router, outbox, sequence";
+    "FROM usage.reports FINAL WHERE router LIKE 'r-%' GROUP BY router, outbox, sequence";
 
-constexpr const char *kArrivals = "SELECT router, outbox, sequence, count(), any(records), "
-                                  "any(taken), any(dropped) FROM usage.arrivals FINAL "
-                                  "GROUP BY router, outbox, sequence";
+constexpr const char *kArrivals =
+    "SELECT router, outbox, sequence, count(), any(records), "
+    "any(taken), any(dropped) FROM usage.arrivals FINAL WHERE router LIKE 'r-%' "
+    "GROUP BY router, outbox, sequence";
 
-constexpr const char *kSums = "SELECT router, app_name, sum(records), sum(upload), sum(download) "
-                              "FROM usage.daily FINAL GROUP BY router, app_name";
+constexpr const char *kSums =
+    "SELECT router, app_name, sum(records), sum(upload), sum(download) "
+    "FROM usage.daily FINAL WHERE router LIKE 'r-%' GROUP BY router, app_name";
 
 std::string demand(const Answer &answer) {
     if (answer.result != StoreResult::kDone)

@@ -11,6 +11,7 @@ import time
 
 import faults
 import questions
+import uplinks
 from process import tie_to_parent, wait_until
 from stage import DEVICE_KEY, INGESTERS, PASSWORD, PROGRAMS, Stage
 
@@ -61,6 +62,7 @@ class Run:
         self.stage = None
         self.routers = None
         self.faults = None
+        self.uplinks = []
         self.next_look = 0.0
 
     def say(self, text):
@@ -80,6 +82,10 @@ class Run:
         self.say("consumer, limits, tables and questions are set up")
         if not o.late:
             self.start_ingesters()
+        if o.faults is not None and uplinks.available():
+            self.uplinks = [uplinks.Uplink(self.stage, i, PASSWORD) for i in range(uplinks.COUNT)]
+            for uplink in self.uplinks:
+                uplink.process.start()
 
     def start_ingesters(self):
         self.stage.start_ingesters(self.options.ingesters)
@@ -107,6 +113,8 @@ class Run:
             planned = [faults.Fault(o.seconds * 0.3, stage.nodes[o.seed % 3], 6)]
         elif o.faults is not None:
             groups = {"nodes": stage.nodes, "replicas": stage.replicas, "ingesters": stage.ingesters}
+            if self.uplinks:
+                groups["uplinks"] = [uplink.process for uplink in self.uplinks]
             planned = faults.plan(o.faults, o.seconds, groups)
         else:
             planned = []
@@ -137,6 +145,9 @@ class Run:
             self.faults.step(now)
             if now > self.options.seconds and self.faults.waiting:
                 self.faults.end()
+            if now < self.options.seconds:
+                for uplink in self.uplinks:
+                    uplink.write(now)
             self.look(now)
             time.sleep(0.2)
         self.faults.end()
@@ -150,6 +161,8 @@ class Run:
 
     def drain(self):
         begun = time.monotonic()
+        for uplink in self.uplinks:
+            wait_until(lambda u=uplink: u.is_delivered(self.stage), 300, f"all of {uplink.name}'s reports")
         if self.options.late:
             self.start_ingesters()
         wait_until(self.is_drained, 600, "an empty buffer")
@@ -171,11 +184,14 @@ class Run:
         self.say(f"daily sums of {', '.join(days) or 'no day'} took {time.monotonic() - begun:.1f} s")
         stage.ingest("rollup")  # repeating must change nothing
         print("\nledger against store", flush=True)
-        return subprocess.run(
+        status = subprocess.run(
             [f"{PROGRAMS}/fleet-simulate", "check", "--ledger", stage.path("ledger"),
              "--store", stage.store_addresses(), "--device-key", DEVICE_KEY,
              "--buffer", stage.buffer_addresses(), "--buffer-ca", stage.path("ca.crt"),
              "--buffer-user", "ingest", "--buffer-password", PASSWORD]).returncode
+        if self.uplinks and not uplinks.judge(self.uplinks, stage):
+            return status or 3
+        return status
 
     def tell_costs(self, seconds):
         print("\nprocess        CPU s  of a core   peak MB")
@@ -221,6 +237,8 @@ class Run:
         if self.routers and self.routers.poll() is None:
             self.routers.kill()
             self.routers.wait()
+        for uplink in self.uplinks:
+            uplink.process.stop(10)
         if self.stage:
             self.stage.stop()
         if self.options.keep:

@@ -9,6 +9,7 @@ import urllib.error
 import urllib.parse
 import urllib.request
 
+import uplinks
 from process import Process, wait_until
 
 CONFIG = "fleet/config"
@@ -62,9 +63,11 @@ class Stage:
 
     def write_users(self, seed, routers):
         shutil.copy(f"{CONFIG}/nats/nats-server.conf", self.folder)
+        users = subprocess.run([f"{PROGRAMS}/fleet-simulate", "users", "--routers", str(routers),
+                                "--seed", str(seed), "--password", PASSWORD],
+                               check=True, capture_output=True, text=True).stdout
         with open(self.path("routers.conf"), "w") as file:
-            subprocess.run([f"{PROGRAMS}/fleet-simulate", "users", "--routers", str(routers),
-                            "--seed", str(seed), "--password", PASSWORD], check=True, stdout=file)
+            file.write(users.removesuffix("] }\n") + uplinks.user_lines(PASSWORD) + "] }\n")
         with open(self.path("device.key"), "w") as file:
             file.write(DEVICE_KEY)
 
