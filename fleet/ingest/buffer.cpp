@@ -82,8 +82,9 @@ Buffer::Buffer(const BufferAddress &address) {
     natsOptions *made = nullptr;
     demand(natsOptions_Create(&made), "options");
     const std::unique_ptr<natsOptions, DestroyOptions> options(made);
-    std::vector<std::string> servers = split(address.servers);
+    const std::vector<std::string> servers = split(address.servers);
     std::vector<const char *> list;
+    list.reserve(servers.size());
     for (const std::string &server : servers)
         list.push_back(server.c_str());
     demand(natsOptions_SetServers(made, list.data(), static_cast<int>(list.size())),

@@ -119,7 +119,7 @@ Verdict Ingester::store(Range range) {
 
 // The rows first: a report that has its row in `arrivals` has all its records in `reports`.
 Answer Ingester::insert(Range range) {
-    const Answer answer =
+    Answer answer =
         store_.insert("usage.reports " + std::string(reportColumns()), batch_.rows(range));
     if (answer.result != StoreResult::kDone)
         return answer;

@@ -15,6 +15,9 @@ constexpr const char *kMargin = "600";
 // arrived longer ago was looked at often enough.
 constexpr const char *kLookBack = "8 * 86400";
 
+// Within so long a report that comes again is known to be the same one, whatever its clock.
+constexpr const char *kRepetition = "40 * 86400";
+
 } // namespace
 
 std::vector<std::string> statementsOf(std::string_view text) {
@@ -42,30 +45,26 @@ bool isDay(std::string_view text) {
            });
 }
 
-// FINAL is over all rows, whatever the month of their arrival: a report that came twice around
-// midnight of a month's end has a row in two partitions, which are never merged. Groups that the
-// day had before and no longer has become zero, because nothing else would replace them.
+// FINAL is over all rows that may be of the day, whatever the month of their arrival: a report that
+// came twice around midnight of a month's end has a row in two partitions, which are never merged.
+// Rows of the day can't have arrived earlier than the day before; the bound, which spares older
+// partitions, leaves room for a report with a bad clock that comes again weeks later and is to
+// count once. Groups that the day had before and no longer has become zero, because nothing else
+// would replace them.
 std::string rollupStatement(std::string_view day, std::uint64_t version) {
     const std::string date = "toDate('" + std::string(day) + "')";
-    return "INSERT INTO usage.daily "
-           "SELECT " +
-           date +
-           ", region, router, device, device_type, app_type, app_name, sum(n), "
-           "sum(s), sum(u), sum(d), " +
-           std::to_string(version) +
-           " FROM ("
-           "SELECT region, router, device, device_type, app_type, app_name, toUInt64(1) AS n, "
-           "toUInt64(clock_bad OR duration < 0 ? 0 : duration) AS s, upload AS u, download AS d "
-           "FROM usage.reports FINAL WHERE day = " +
-           date +
-           " "
-           "UNION ALL "
-           "SELECT region, router, device, device_type, app_type, app_name, toUInt64(0) AS n, "
-           "toUInt64(0) AS s, toUInt64(0) AS u, toUInt64(0) AS d "
-           "FROM usage.daily FINAL WHERE day = " +
-           date +
-           ") "
-           "GROUP BY region, router, device, device_type, app_type, app_name";
+    const std::string keys = "region, router, device, device_type, app_type, app_name";
+    const std::string sums =
+        "SELECT " + keys + ", toUInt64(1) AS n, " +
+        "toUInt64(clock_bad OR duration < 0 ? 0 : duration) AS s, " +
+        "upload AS u, download AS d FROM usage.reports FINAL WHERE day = " + date +
+        " AND received >= toDateTime(" + date + ") - " + kRepetition;
+    const std::string zeros = "SELECT " + keys + ", toUInt64(0) AS n, toUInt64(0) AS s, " +
+                              "toUInt64(0) AS u, toUInt64(0) AS d FROM usage.daily FINAL " +
+                              "WHERE day = " + date;
+    return "INSERT INTO usage.daily SELECT " + date + ", " + keys +
+           ", sum(n), sum(s), sum(u), sum(d), " + std::to_string(version) + " FROM (" + sums +
+           " UNION ALL " + zeros + ") GROUP BY " + keys;
 }
 
 std::string dueDaysStatement() {

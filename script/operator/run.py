@@ -41,7 +41,11 @@ def parse():
                         help="about a minute, one node killed: for the ordinary tests")
     parser.add_argument("--ingesters", type=int, default=INGESTERS, choices=range(1, 10))
     parser.add_argument("--late", action="store_true",
-                        help="start the ingesters when all reports wait in the buffer")
+                        help="start the ingesters only when no more reports are made")
+    parser.add_argument("--buffer-bytes", type=int, default=4_000_000_000,
+                        help="what the buffer may hold; with --late and little room it refuses")
+    parser.add_argument("--store-away", type=float, default=0, metavar="SECONDS",
+                        help="kill both replicas a third into the run, for so long")
     parser.add_argument("--ports", type=int, default=25000, help="first of 100 ports")
     parser.add_argument("--keep", action="store_true", help="leave the folder with data and logs")
     options = parser.parse_args()
@@ -75,7 +79,7 @@ class Run:
         self.stage = Stage(os.path.join(self.folder, "data"), o.ports, o.seed, o.routers, MEMORY)
         self.say("starting three nodes, ZooKeeper and two replicas")
         self.stage.start_servers()
-        arguments = ["setup", "--buffer-bytes", "4000000000", "--dead-bytes", "100000000"]
+        arguments = ["setup", "--buffer-bytes", str(o.buffer_bytes), "--dead-bytes", "100000000"]
         if o.short:
             arguments += ["--ack-wait", str(SHORT_ACK_WAIT)]
         self.stage.ingest(*arguments)
@@ -117,7 +121,8 @@ class Run:
                 groups["uplinks"] = [uplink.process for uplink in self.uplinks]
             planned = faults.plan(o.faults, o.seconds, groups)
         else:
-            planned = []
+            planned = [faults.Fault(o.seconds / 3, replica, o.store_away)
+                       for replica in stage.replicas if o.store_away]
         self.faults = faults.Faults(planned, self.say)
 
     def look(self, now):
@@ -143,12 +148,17 @@ class Run:
         while self.routers.poll() is None:
             now = time.monotonic() - begun
             self.faults.step(now)
-            if now > self.options.seconds and self.faults.waiting:
-                self.faults.end()
+            if now > self.options.seconds and self.options.late and not self.stage.ingesters:
+                self.say("starting the ingesters")
+                self.start_ingesters()
             if now < self.options.seconds:
                 for uplink in self.uplinks:
                     uplink.write(now)
             self.look(now)
+            time.sleep(0.2)
+        while self.faults.down and self.options.store_away:
+            self.faults.step(time.monotonic() - begun)
+            self.look(time.monotonic() - begun)
             time.sleep(0.2)
         self.faults.end()
         if self.routers.returncode not in (0, 4):
@@ -163,7 +173,7 @@ class Run:
         begun = time.monotonic()
         for uplink in self.uplinks:
             wait_until(lambda u=uplink: u.is_delivered(self.stage), 300, f"all of {uplink.name}'s reports")
-        if self.options.late:
+        if not self.stage.ingesters:
             self.start_ingesters()
         wait_until(self.is_drained, 600, "an empty buffer")
         took = time.monotonic() - begun
@@ -180,8 +190,11 @@ class Run:
         for number in range(len(stage.replicas)):
             wait_until(lambda n=number: stage.replica_answers(n), 60, "the replicas answering")
         begun = time.monotonic()
+        cpu = sum(replica.total_cpu() for replica in stage.replicas)
         days = stage.ingest("rollup").split()
-        self.say(f"daily sums of {', '.join(days) or 'no day'} took {time.monotonic() - begun:.1f} s")
+        cpu = sum(replica.total_cpu() for replica in stage.replicas) - cpu
+        self.say(f"daily sums of {', '.join(days) or 'no day'} took {time.monotonic() - begun:.1f} s, "
+                 f"the replicas' CPU {cpu:.1f} s")
         stage.ingest("rollup")  # repeating must change nothing
         print("\nledger against store", flush=True)
         status = subprocess.run(

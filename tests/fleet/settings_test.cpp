@@ -75,6 +75,7 @@ TEST(Statements, TakeADayThatLooksLikeOne) {
     for (const char *text : {"", "2026-11-2", "2026-11-211", "2026/11/21", "today", "2026-11-2'"})
         EXPECT_FALSE(isDay(text)) << text;
     EXPECT_THAT(rollupStatement("2026-11-21", 7), HasSubstr("WHERE day = toDate('2026-11-21')"));
+    EXPECT_THAT(rollupStatement("2026-11-21", 7), HasSubstr(", 7 FROM"));
 }
 
 } // namespace
