@@ -1,0 +1,42 @@
+#include "engine/packets/packet_names.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
+namespace idpfwd {
+
+std::uint64_t steadyMilliseconds() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+std::uint32_t shownSeconds(std::uint64_t seconds) {
+    constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
+    return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(seconds, 1, most));
+}
+
+bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error) {
+    const int type = pcap_datalink(pcap);
+    if (type == DLT_EN10MB)
+        return true;
+    const char *known = pcap_datalink_val_to_name(type);
+    error = name + ": only Ethernet names the two devices of a frame, this is " +
+            (known == nullptr ? "link type " + std::to_string(type) : std::string(known));
+    return false;
+}
+
+std::optional<NameTable> prepareNames(const PacketOptions &options, std::string &error) {
+    const std::unique_ptr<Classifier> classifier = Classifier::create();
+    if (!classifier) {
+        error = "the packet classifier cannot be used";
+        return std::nullopt;
+    }
+    NameTable names(classifier->applications(), classifier->categories());
+    if (!writeDatabases(options.databases, names.databases(), error))
+        return std::nullopt;
+    return names;
+}
+
+} // namespace idpfwd
