@@ -2,6 +2,8 @@
 
 #include "engine/options.h"
 
+#include <algorithm>
+#include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -70,6 +72,14 @@ std::string dumpRow(const devid_app_rate_entry &row, const Source &source) {
            member("up_packets", row.up_accl_pkt) + ", " + member("last", row.last_elapsed_ts) + "}";
 }
 
+// "" when the device has not shown one.
+std::string addressText(int family, const std::uint8_t *address, std::size_t size) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (std::any_of(address, address + size, [](auto octet) { return octet != 0; }))
+        inet_ntop(family, address, text, sizeof text);
+    return quoted(text);
+}
+
 std::string dumpUser(const devid_user_entry &user, const Source &source) {
     const std::string_view name(user.host_name, strnlen(user.host_name, sizeof user.host_name));
     std::string rows;
@@ -78,7 +88,10 @@ std::string dumpUser(const devid_user_entry &user, const Source &source) {
             rows += (rows.empty() ? "\n    " : ",\n    ") + dumpRow(row, source);
     }
     return "{" + member("uid", user.uid) + ", " + member("mac", quoted(formatMac(user.mac))) +
-           ", " + member("host_name", quoted(name)) + ", " + member("rows", "[" + rows + "]") + "}";
+           ", " + member("host_name", quoted(name)) + ", " +
+           member("ipv4", addressText(AF_INET, user.ipv4, sizeof user.ipv4)) + ", " +
+           member("ipv6", addressText(AF_INET6, user.ipv6, sizeof user.ipv6)) + ", " +
+           member("rows", "[" + rows + "]") + "}";
 }
 
 std::string dumpRefused(const Tables &tables) {

@@ -7,8 +7,8 @@
 
 namespace idpfwd {
 
-// {"users": [{"uid", "mac", "host_name", "rows": [{"cat_id", "app_id", "category", "application",
-// "down_bytes", "up_bytes", "down_packets", "up_packets", "last"}]}],
+// {"users": [{"uid", "mac", "host_name", "ipv4", "ipv6", "rows": [{"cat_id", "app_id", "category",
+// "application", "down_bytes", "up_bytes", "down_packets", "up_packets", "last"}]}],
 // "overflow": {"users", "rows", "packets", "bytes"}: what did not fit,
 // "refused": [{"mac", "packets", "bytes"}]: devices that did not, those seen last first,
 // "forgotten": {"users", "rows", "packets", "bytes"}: what went with devices not seen for too long,

@@ -85,6 +85,7 @@ void blockSignals() {
 std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
     const sigset_t taken = loopSignals();
     const Descriptor signals(signalfd(-1, &taken, SFD_NONBLOCK | SFD_CLOEXEC));
+    RequestServer server(source);
     Once ready(events.ready);
     Once finished(events.finished);
     Growth overflow(events.overflow);
@@ -103,7 +104,7 @@ std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
             return "";
         source.work();
         const auto locked = source.lockTables();
-        device.serve(std::span(watched).subspan(2), source);
+        device.serve(std::span(watched).subspan(2), server);
         const Overflow &refused = source.tables.overflow();
         overflow.look(refused.users + refused.rows + refused.packets);
     }

@@ -20,7 +20,8 @@ struct LoopEvents {
 // Blocks SIGTERM, SIGINT and SIGUSR1 for the loop to take them: before anything else is started.
 void blockSignals();
 
-// Runs until SIGTERM or SIGINT: "", or why the device or the source is gone.
+// Begins a life of the engine, which runs until SIGTERM or SIGINT: "", or why the device or the
+// source is gone.
 std::string runLoop(Source &source, Device &device, const LoopEvents &events);
 
 } // namespace idpfwd

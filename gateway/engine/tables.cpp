@@ -15,6 +15,12 @@ std::uint8_t uidOfKey(std::uint32_t key) {
     return static_cast<std::uint8_t>(key >> 24);
 }
 
+Mac macOf(const devid_user_entry &user) {
+    Mac mac{};
+    std::copy_n(user.mac, mac.size(), mac.begin());
+    return mac;
+}
+
 bool unseen(std::uint64_t seen, const Moment &now, std::uint32_t seconds) {
     return now.milliseconds - seen > std::uint64_t{seconds} * 1000;
 }
@@ -65,8 +71,26 @@ unsigned Tables::refuseUser(const Mac &mac, const Moment &now, unsigned evidence
     return device.evidence;
 }
 
+void Tables::hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now) {
+    const auto gone = absent_.find(mac);
+    if (gone == absent_.end())
+        return;
+    presence_[user.uid].shown = gone->second + kAbsence;
+    hidden_[user.uid] = now.milliseconds < presence_[user.uid].shown;
+    absent_.erase(gone);
+}
+
+void Tables::showAbsent(const Moment &now) {
+    std::erase_if(absent_,
+                  [&](const auto &gone) { return now.milliseconds >= gone.second + kAbsence; });
+    for (const auto &user : users_) {
+        if (now.milliseconds >= presence_[user.uid].shown)
+            hidden_.reset(user.uid);
+    }
+}
+
 // Of those that have not earned their place the one goes that was not seen for longest.
-bool Tables::dropUnproven() {
+bool Tables::dropUnproven(const Moment &now) {
     const devid_user_entry *leaving = nullptr;
     for (const devid_user_entry &user : users_) {
         const bool proven = earned(presence_[user.uid].evidence);
@@ -76,7 +100,7 @@ bool Tables::dropUnproven() {
     }
     if (leaving == nullptr)
         return false;
-    dropUsers(std::bitset<256>().set(leaving->uid));
+    dropUsers(std::bitset<256>().set(leaving->uid), now);
     return true;
 }
 
@@ -90,7 +114,9 @@ devid_user_entry *Tables::addUser(const Mac &mac, const Moment &now, unsigned ev
     user.available = 1;
     users_.push_back(user);
     index_.append(mac);
-    presence_[user.uid] = {.stay = ++stays_, .seen = now.milliseconds, .evidence = evidence};
+    presence_[user.uid] = {
+        .stay = ++stays_, .seen = now.milliseconds, .shown = 0, .evidence = evidence};
+    hideReturned(user, mac, now);
     return &users_.back();
 }
 
@@ -104,7 +130,7 @@ devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now, unsigned ev
     }
     if (full()) {
         evidence = refuseUser(mac, now, evidence);
-        if (!earned(evidence) || !dropUnproven())
+        if (!earned(evidence) || !dropUnproven(now))
             return nullptr;
     }
     return addUser(mac, now, evidence);
@@ -172,9 +198,14 @@ void Tables::addCapped(std::uint64_t bytes) {
     capped_.bytes += bytes;
 }
 
-void Tables::dropUsers(const std::bitset<256> &uids) {
+void Tables::dropUsers(const std::bitset<256> &uids, const Moment &now) {
     if (uids.none())
         return;
+    for (const devid_user_entry &user : users_) {
+        if (uids[user.uid])
+            absent_[macOf(user)] = now.milliseconds;
+    }
+    hidden_ &= ~uids;
     forgotten_.users +=
         std::erase_if(users_, [&](const devid_user_entry &user) { return uids[user.uid]; });
     departures_ = forgotten_.users;
@@ -195,16 +226,18 @@ void Tables::dropUsers(const std::bitset<256> &uids) {
 void Tables::forgetUnseen(const Moment &now, std::uint32_t seconds) {
     const std::uint64_t limit = std::uint64_t{seconds} * 1000;
     refused_.forgetBefore(now.milliseconds - std::min(now.milliseconds, limit));
+    showAbsent(now);
     std::bitset<256> gone;
     for (const devid_user_entry &user : users_)
         gone.set(user.uid, unseen(presence_[user.uid].seen, now, seconds));
-    dropUsers(gone);
+    dropUsers(gone, now);
 }
 
 void Tables::replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows) {
     users_ = std::move(users);
     index_.rebuild(users_);
     rows_.assign(std::move(rows));
+    hidden_.reset();
     refused_.clear();
     refusedRows_.clear();
 }

@@ -10,6 +10,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -25,6 +26,10 @@ struct Moment {
 // Limits of the tables that callers read: one slot less than their buffers have.
 constexpr std::size_t kMaxUsers = IDPFW_USER_SLOTS - 1;
 constexpr std::size_t kMaxRows = IDPFW_APP_SLOTS - 1;
+
+// How long a device that was forgotten stays out of the callers' sight, in milliseconds: two
+// readings, which are at most 10 seconds apart, fall into it whole.
+constexpr std::uint64_t kAbsence = 30'000;
 
 // What did not fit, since the engine started.
 struct Overflow {
@@ -107,8 +112,13 @@ class Tables {
     // Counts a frame that claimed so many bytes more than can be.
     void addCapped(std::uint64_t bytes);
 
-    // Drops the devices that were not seen for more than the given seconds, with their rows.
+    // Drops the devices that were not seen for more than the given seconds, with their rows. One
+    // that comes back at once starts again at 0, which a caller that has not missed it would take
+    // for counters that ran backwards: it is hidden until it has been away for the absence.
     void forgetUnseen(const Moment &now, std::uint32_t seconds);
+
+    // Hides nobody any more: the input has come to its end, and no moment will follow.
+    void showAll() { hidden_.reset(); }
 
     // Replaces everything, records as given (a scenario may break every rule on purpose).
     void replace(std::vector<devid_user_entry> users, std::vector<devid_app_rate_entry> rows);
@@ -126,25 +136,33 @@ class Tables {
     [[nodiscard]] const Capped &capped() const { return capped_; }
     [[nodiscard]] const RefusedDevices &refused() const { return refused_; }
 
+    // By uid: whose record and rows callers are not to be given.
+    [[nodiscard]] const std::bitset<256> &hidden() const { return hidden_; }
+
   private:
     struct Presence {
         std::uint64_t stay = 0;
-        std::uint64_t seen = 0; // last, in a moment's milliseconds
+        std::uint64_t seen = 0;  // last, in a moment's milliseconds
+        std::uint64_t shown = 0; // from then on
         unsigned evidence = 0;
     };
 
     [[nodiscard]] std::size_t freeUid() const;
     devid_user_entry *addUser(const Mac &mac, const Moment &now, unsigned evidence);
     unsigned refuseUser(const Mac &mac, const Moment &now, unsigned evidence);
-    bool dropUnproven();
+    bool dropUnproven(const Moment &now);
     void refuseTraffic(const Mac &mac, const Traffic &traffic);
+    void hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now);
+    void showAbsent(const Moment &now);
     devid_app_rate_entry *row(std::uint8_t uid, std::uint8_t cat_id, std::uint16_t app_id);
-    void dropUsers(const std::bitset<256> &uids);
+    void dropUsers(const std::bitset<256> &uids, const Moment &now);
 
     std::vector<devid_user_entry> users_;
     MacIndex index_;
     std::array<Presence, 256> presence_; // of each user, by uid
     RowTable rows_;
+    std::bitset<256> hidden_;             // by uid
+    std::map<Mac, std::uint64_t> absent_; // those that have left lately -> when
     RefusedDevices refused_;
     std::set<std::uint32_t> refusedRows_; // pairs that did not fit, by rowKey
     std::uint8_t lastUid_ = 0;

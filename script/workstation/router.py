@@ -15,7 +15,6 @@ COUNTERS = "/var/log/counters.json"
 SETTINGS = {
     "sku_name": "NA",
     "enable_trafficUsageDetails": "1",
-    "tud_max_idle_time": "1",  # a period ends at the second unchanged pass
     "tud_dbg": "1",  # progress is read from the debug log
 }
 
@@ -29,8 +28,9 @@ def wait_until(condition, what, seconds=20):
 
 
 class Router:
-    def __init__(self, root):
+    def __init__(self, root, idle_passes):
         self.root = root
+        self.settings = SETTINGS | {"tud_max_idle_time": str(idle_passes)}
         self.started = []  # the uploader, then the engine
         self.daemon_pid = None
 
@@ -42,7 +42,7 @@ class Router:
 
     def _give_settings(self):
         settings = self.root.path / "settings"
-        settings.write_text("".join(f"{name}={value}\n" for name, value in SETTINGS.items()))
+        settings.write_text("".join(f"{name}={value}\n" for name, value in self.settings.items()))
         self.root.run(["/bin/nvram", "import", "/settings"])
 
     def _start_uploader(self):
@@ -55,12 +55,16 @@ class Router:
     def _start_engine(self, options):
         self.engine = self.root.start(
             ["/bin/idpfwd", "--device", "socket", "--dump", COUNTERS, *options],
-            stdout=subprocess.PIPE, text=True)
+            folder=self._folder(), stdout=subprocess.PIPE, text=True)
         self.started.append(self.engine)
         line = self.engine.stdout.readline().strip()
         if not line:
-            raise RuntimeError("idpfwd did not start")
+            raise RuntimeError("the engine did not start")
         print(line)
+
+    def _folder(self):
+        """Where files were named from, if one was given."""
+        return os.getcwd() if (self.root.path / os.getcwd().lstrip("/")).is_dir() else "/"
 
     def _start_daemon(self):
         with open(self.root.path / DAEMON_LOG.lstrip("/"), "w") as log:

@@ -10,8 +10,10 @@
 #include <fstream>
 #include <sched.h>
 #include <sstream>
+#include <sys/mount.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace rig {
 namespace {
@@ -21,6 +23,7 @@ namespace fs = std::filesystem;
 int oldRoot = -1;
 int oldDirectory = -1;
 std::string rootPath;
+bool processesShown = false;
 
 constexpr std::array kFileTools = {"cat",  "cp",    "mv",   "rm",    "ls",   "sed",
                                    "echo", "mkdir", "grep", "touch", "sleep"};
@@ -109,6 +112,27 @@ std::string enterPrivateRoot(const std::vector<Program> &programs) {
         return failure("chdir");
     setenv("PATH", "/bin", 1);
     return "";
+}
+
+std::string showProcesses() {
+    static int ownRoot = -1; // the old one, in our mount namespace: a descriptor stays in its own
+    if (ownRoot < 0) {
+        if (fchdir(oldRoot) != 0 || unshare(CLONE_NEWNS) != 0 ||
+            mount("none", ".", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return failure("a mount namespace");
+        ownRoot = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }
+    if (fchdir(ownRoot) != 0)
+        return failure("fchdir");
+    const std::string target = rootPath.substr(1) + "/proc"; // from the old root
+    processesShown = mount("proc", target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
+    const std::string reason = processesShown ? "" : failure("showing /proc");
+    return chdir("/") == 0 ? reason : failure("chdir");
+}
+
+void hideProcesses() {
+    if (std::exchange(processesShown, false)) // elsewhere it would be the machine's own
+        umount2("/proc", MNT_DETACH);
 }
 
 void leavePrivateRoot() {

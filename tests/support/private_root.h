@@ -17,6 +17,11 @@ struct Program {
 // process's root, as root or in a user namespace. Gives the reason when the machine refuses.
 std::string enterPrivateRoot(const std::vector<Program> &programs = {});
 
+// Shows the machine's processes below /proc there, in a mount namespace of the test's own; and takes
+// them away again, before the root is reset. Gives the reason when the machine refuses.
+std::string showProcesses();
+void hideProcesses();
+
 // Goes back to the old root and removes the directory. Does nothing when there is none.
 void leavePrivateRoot();
 

@@ -1,7 +1,7 @@
 // The way that callers reach the engine.
 #pragma once
 
-#include "engine/source.h"
+#include "engine/requests.h"
 
 #include <poll.h>
 #include <span>
@@ -21,7 +21,7 @@ class Device {
     [[nodiscard]] virtual int timeout() const = 0;
 
     // Serves the callers. The descriptors are those of watch, in its order.
-    virtual void serve(std::span<const pollfd> watched, Source &source) = 0;
+    virtual void serve(std::span<const pollfd> watched, RequestServer &server) = 0;
 
     // Whether callers can be served now; a device can need some turns until it is there.
     [[nodiscard]] virtual bool ready() const = 0;

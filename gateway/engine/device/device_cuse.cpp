@@ -134,9 +134,9 @@ class CuseDevice final : public Device {
 
     [[nodiscard]] int timeout() const override { return ready() ? -1 : kAppearancePoll; }
 
-    void serve(std::span<const pollfd> watched, Source &source) override {
+    void serve(std::span<const pollfd> watched, RequestServer &server) override {
         if (watched[0].revents != 0)
-            takeRequest(source);
+            takeRequest(server);
         if (!appeared_ && failure_.empty())
             lookForDevice();
     }
@@ -148,7 +148,7 @@ class CuseDevice final : public Device {
     }
 
   private:
-    void takeRequest(Source &source) {
+    void takeRequest(RequestServer &server) {
         const int received = fuse_session_receive_buf(session_, &buffer_);
         if (received == -EINTR || received == -EAGAIN)
             return;
@@ -157,9 +157,9 @@ class CuseDevice final : public Device {
                                  : "the kernel refused /dev/idpfw: is another engine running?";
             return;
         }
-        source_ = &source;
+        server_ = &server;
         fuse_session_process_buf(session_, &buffer_);
-        source_ = nullptr;
+        server_ = nullptr;
         if (fuse_session_exited(session_) != 0)
             failure_ = "the device's session has ended";
     }
@@ -194,7 +194,7 @@ class CuseDevice final : public Device {
                                            .in = {bytes, inSize},
                                            .outSize = outSize};
             WaitingCaller memory(call.caller);
-            carryOut(request, device->exchange_.next(call, memory, *device->source_));
+            carryOut(request, device->exchange_.next(call, memory, *device->server_));
         };
         return operations;
     }
@@ -202,7 +202,7 @@ class CuseDevice final : public Device {
     fuse_session *session_ = nullptr;
     fuse_buf buffer_{};
     IoctlExchange exchange_;
-    Source *source_ = nullptr; // while a request is processed
+    RequestServer *server_ = nullptr; // while a request is processed
     Clock::time_point started_{};
     bool initialised_ = false;
     bool appeared_ = false;

@@ -1,9 +1,9 @@
 #include "engine/device/device_socket.h"
 
 #include "common/file.h"
+#include "engine/device/wire.h"
 #include "engine/owned_file.h"
 #include "engine/requests.h"
-#include "engine/device/wire.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -70,9 +70,9 @@ class Client {
     [[nodiscard]] Clock::time_point deadline() const { return deadline_; }
     [[nodiscard]] bool done() const { return done_ || Clock::now() >= deadline_; }
 
-    void turn(Source &source) {
+    void turn(RequestServer &server) {
         if (output_.empty())
-            receive(source);
+            receive(server);
         if (!output_.empty())
             send();
     }
@@ -113,9 +113,16 @@ class Client {
                checkRequest(head().number, header()) != 0;
     }
 
+    // The process that connected; 0 when it lives where this one cannot see it.
+    [[nodiscard]] pid_t caller() const {
+        ucred peer{};
+        socklen_t size = sizeof peer;
+        return getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
+    }
+
     void movedOn() { deadline_ = std::min(Clock::now() + kStall, end_); }
 
-    void receive(Source &source) {
+    void receive(RequestServer &server) {
         while (input_.size() < expected()) {
             const std::size_t had = input_.size();
             input_.resize(expected());
@@ -135,15 +142,15 @@ class Client {
             if (refused())
                 break;
         }
-        answer(source);
+        answer(server);
     }
 
-    void answer(Source &source) {
+    void answer(RequestServer &server) {
         const auto start = std::min(input_.size(), sizeof(wire_request) + head().header_size);
         const auto number = head().number;
         const auto asked = header();
         input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(start));
-        output_ = encodeReply(serve(number, asked, std::move(input_), source));
+        output_ = encodeReply(server.serve(number, asked, std::move(input_), caller()));
     }
 
     void send() {
@@ -193,15 +200,15 @@ class SocketDevice final : public Device {
         return static_cast<int>(std::max<std::int64_t>(left, 0));
     }
 
-    void serve(std::span<const pollfd> watched, Source &source) override {
+    void serve(std::span<const pollfd> watched, RequestServer &server) override {
         std::size_t i = 1;
         for (Client &client : clients_) {
             if (watched[i++].revents != 0)
-                client.turn(source);
+                client.turn(server);
         }
         std::erase_if(clients_, [](const Client &client) { return client.done(); });
         if (watched[0].revents != 0)
-            acceptClients(source);
+            acceptClients(server);
     }
 
     [[nodiscard]] bool ready() const override { return true; }
@@ -215,7 +222,7 @@ class SocketDevice final : public Device {
         return clients_.size() < kMaxClients && Clock::now() >= pausedUntil_;
     }
 
-    void acceptClients(Source &source) {
+    void acceptClients(RequestServer &server) {
         // So many at a time, so that packets and signals get their turn too.
         for (std::size_t i = 0; i < kMaxClients && accepting(); ++i) {
             const int accepted = accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
@@ -225,7 +232,7 @@ class SocketDevice final : public Device {
                 return;
             }
             // Most requests are there whole by now.
-            clients_.emplace_back(accepted).turn(source);
+            clients_.emplace_back(accepted).turn(server);
             if (clients_.back().done())
                 clients_.pop_back();
         }

@@ -44,7 +44,7 @@ std::size_t totalSize(const std::vector<Mapping> &pieces) {
 
 } // namespace
 
-Round IoctlExchange::next(const Call &call, CallerMemory &memory, Source &source) {
+Round IoctlExchange::next(const Call &call, CallerMemory &memory, RequestServer &server) {
     const Key key{call.caller, call.argument};
     if (call.in.size() < call.headerSize) {
         answers_.erase(key); // of a call that was interrupted
@@ -52,7 +52,7 @@ Round IoctlExchange::next(const Call &call, CallerMemory &memory, Source &source
     }
     const auto waiting = answers_.find(key);
     if (waiting == answers_.end())
-        return answer(call, memory, source);
+        return answer(call, memory, server);
     const Answer ready = std::move(waiting->second);
     answers_.erase(waiting);
     if (call.outSize != totalSize(wantedPieces(ready.header, ready.reply)))
@@ -60,7 +60,7 @@ Round IoctlExchange::next(const Call &call, CallerMemory &memory, Source &source
     return deliver(ready, memory);
 }
 
-Round IoctlExchange::answer(const Call &call, CallerMemory &memory, Source &source) {
+Round IoctlExchange::answer(const Call &call, CallerMemory &memory, RequestServer &server) {
     const auto header = decodeCallerHeader(call.in.first(call.headerSize));
     if (!header)
         return fail(EINVAL);
@@ -79,7 +79,7 @@ Round IoctlExchange::answer(const Call &call, CallerMemory &memory, Source &sour
         input.assign(mapped.begin(), mapped.begin() + inputSize);
     }
     Answer made{.header = *header,
-                .reply = serve(call.number, *header, std::move(input), source),
+                .reply = server.serve(call.number, *header, std::move(input), call.caller),
                 .number = ++answered_};
     if (made.reply.error != 0)
         return fail(made.reply.error);

@@ -51,7 +51,7 @@ class IoctlExchange {
         std::size_t outSize = 0;          // and to write
     };
 
-    Round next(const Call &call, CallerMemory &memory, Source &source);
+    Round next(const Call &call, CallerMemory &memory, RequestServer &server);
 
   private:
     struct Answer {
@@ -61,7 +61,7 @@ class IoctlExchange {
     };
     using Key = std::pair<pid_t, std::uint64_t>;
 
-    Round answer(const Call &call, CallerMemory &memory, Source &source);
+    Round answer(const Call &call, CallerMemory &memory, RequestServer &server);
     Round deliver(const Answer &answer, CallerMemory &memory);
 
     std::map<Key, Answer> answers_; // waiting for their memory to be mapped

@@ -43,8 +43,13 @@ class CaptureSource : public PacketSource {
     }
 
     void stop() override {
-        accounting_.finish();
+        if (finished_)
+            return;
         finished_ = true;
+        if (options_.gatewayMac && accounting_.missesGateway(1))
+            sayMissingGateway(options_.name);
+        accounting_.finish();
+        tables.showAll();
     }
 
   private:

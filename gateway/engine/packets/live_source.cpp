@@ -64,6 +64,7 @@ class LiveSource final : public PacketSource {
         stopThreads();
         for (const auto &reader : readers_)
             reader->finish();
+        tables.showAll();
         sayDrops();
     }
 
@@ -155,7 +156,18 @@ class LiveSource final : public PacketSource {
         if (now.milliseconds - lastWord_ < kSayDrops)
             return;
         lastWord_ = now.milliseconds;
+        checkGateway();
         sayDrops();
+    }
+
+    // Once, when one reader has seen enough of the LAN to know; several see a part of it each.
+    void checkGateway() {
+        constexpr std::uint64_t kTelling = 1000; // frames of a LAN, the router's among them
+        if (saidGateway_ || !options_.gatewayMac || !alone() ||
+            !readers_[0]->missesGateway(kTelling))
+            return;
+        saidGateway_ = true;
+        sayMissingGateway(options_.name);
     }
 
     void sayDrops() {
@@ -173,6 +185,7 @@ class LiveSource final : public PacketSource {
     std::vector<std::jthread> threads_;
     std::atomic<bool> gone_ = false; // a reader has found the interface gone
     bool finished_ = false;
+    bool saidGateway_ = false;
     std::string failure_;
     std::uint64_t goneSince_ = 0;
     std::uint64_t lastSweep_ = 0;

@@ -67,6 +67,8 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
     if (now.seconds != now_.seconds)
         flush();
     now_ = now;
+    ++frames_;
+    gatewaySeen_ |= packet.source == gateway_ || packet.destination == gateway_;
     if (length > kLongestFrame) {
         ledger_.addCapped(length - captured.size());
         length = static_cast<std::uint32_t>(captured.size());

@@ -39,6 +39,11 @@ class PacketAccounting {
     // Counts everything that is still held, and flushes.
     void finish();
 
+    // Whether a router's address was given that none of these many frames had.
+    [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
+        return gateway_ && !gatewaySeen_ && frames_ >= frames;
+    }
+
     // The router's address when it has changed.
     void setGateway(const std::optional<Mac> &gateway) { gateway_ = gateway; }
 
@@ -57,6 +62,8 @@ class PacketAccounting {
     std::uint64_t seeReceiver(const Packet &packet);
 
     std::optional<Mac> gateway_;
+    bool gatewaySeen_ = false;
+    std::uint64_t frames_ = 0;
     Moment now_; // what is counted is stamped with
     std::array<Question, 64> questions_;
     std::size_t nextQuestion_ = 0;

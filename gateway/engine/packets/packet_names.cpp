@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <limits>
 
 namespace idpfwd {
@@ -15,6 +16,13 @@ std::uint64_t steadyMilliseconds() {
 std::uint32_t shownSeconds(std::uint64_t seconds) {
     constexpr std::uint64_t most = std::numeric_limits<std::uint32_t>::max();
     return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(seconds, 1, most));
+}
+
+void sayMissingGateway(const std::string &source) {
+    fprintf(stderr,
+            "idpfwd: %s: no frame has the gateway's MAC that was given, so the router may count as "
+            "a client\n",
+            source.c_str());
 }
 
 bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error) {

@@ -40,6 +40,9 @@ class PacketSource : public Source {
     NameTable names_;
 };
 
+// Says that the address that was given for the router is in none of the frames.
+void sayMissingGateway(const std::string &source);
+
 // Seconds as records hold them: never 0, which would say never.
 std::uint32_t shownSeconds(std::uint64_t seconds);
 

@@ -27,6 +27,11 @@ class Reader {
     // was held for too long. False when the interface is gone.
     bool work();
 
+    // Whether a router's address was given that none of these many frames had.
+    [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
+        return accounting_.missesGateway(frames);
+    }
+
     // Counts everything that is still held.
     void finish() { accounting_.finish(); }
 

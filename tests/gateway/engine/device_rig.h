@@ -74,6 +74,7 @@ class DeviceTest : public testing::Test {
 
     std::string error_;
     Echo source_;
+    RequestServer server_{source_};
     std::unique_ptr<Device> device_;
     std::vector<std::uint8_t> out_ = std::vector<std::uint8_t>(2'000'000);
     std::uint32_t used_ = 0;
@@ -83,7 +84,7 @@ class DeviceTest : public testing::Test {
         std::vector<pollfd> watched;
         device_->watch(watched);
         poll(watched.data(), watched.size(), 2);
-        device_->serve(watched, source_);
+        device_->serve(watched, server_);
     }
 
     std::jthread engine_;

@@ -7,7 +7,7 @@
 
 namespace idpfwd {
 
-class Echo final : public Source {
+class Echo : public Source {
   public:
     [[nodiscard]] int descriptor() const override { return -1; }
     [[nodiscard]] int timeout() const override { return -1; }

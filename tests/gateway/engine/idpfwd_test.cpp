@@ -1,6 +1,7 @@
 // The program as it ships.
 #include "device_rig.h"
 #include "engine/device/wire.h"
+#include "engine/engine_state.h"
 #include "scratch.h"
 
 #include <csignal>
@@ -28,6 +29,11 @@ TEST_F(IdpfwdTest, ServesAndDumpsAScenarioAndLeavesNothingBehind) {
     const pid_t engine = std::stoi(line());
     EXPECT_THAT(line(), HasSubstr("at most 63 users and 32256 rows\n"));
 
+    forward_ioctl state = request(out_); // now this process, which is older, is not held back
+    state.nr = IDPFWD_NR_STATE;
+    state.op = IDPFWD_OP_STATE;
+    state.in_type = 0;
+    EXPECT_EQ(call(&state, IDPFWD_NR_STATE), 0);
     forward_ioctl users = request(out_);
     users.nr = IDPFW_NR_USER;
     users.op = 1;

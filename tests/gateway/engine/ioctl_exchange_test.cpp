@@ -45,7 +45,7 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
             outSize += piece.size;
         EXPECT_LE(std::max(in.size(), outSize), kMaxMapped);
         const std::uint32_t number = 0xC02CBF00 + *at(4);
-        return exchange_.next({caller_, number, 0, kHeaderSize32, in, outSize}, *this, source_);
+        return exchange_.next({caller_, number, 0, kHeaderSize32, in, outSize}, *this, server_);
     }
 
     // A call from its first round to its last: 0, or its errno.
@@ -71,6 +71,7 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
     std::vector<std::uint32_t> words_;
     bool readable_ = true, writable_ = true;
     Echo source_;
+    RequestServer server_{source_};
     IoctlExchange exchange_;
 };
 

@@ -87,6 +87,16 @@ TEST_F(PacketSourceTest, TimesThatRunBackwardsStandStillAndDamageEndsACaptureWit
     EXPECT_EQ(source->tables.users().at(0).ts, 5u);
 }
 
+TEST_F(PacketSourceTest, AGatewaysAddressThatNeverOccursIsSaid) {
+    for (const auto &[address, says] : {std::pair{kRouter, false}, {Mac{2, 2, 2}, true}}) {
+        options_.gatewayMac = address;
+        const auto source = openFile(capture({1000, 2000}), true);
+        CaptureStderr();
+        source->work();
+        EXPECT_EQ(GetCapturedStderr().find("gateway's MAC") != std::string::npos, says);
+    }
+}
+
 TEST_F(PacketSourceTest, OnlyACaptureOfEthernetCanBeUsed) {
     EXPECT_FALSE(openFile(capture({}, 113), true));
     EXPECT_THAT(error_, HasSubstr("only Ethernet"));

@@ -49,6 +49,25 @@ TEST(Tables, AForgottenDeviceTakesItsRowsAlongAndComesBackAtZero) {
     EXPECT_EQ(std::uint64_t{tables.rows()[1].down_accl_byte}, 1000U);
 }
 
+TEST(Tables, ADeviceThatComesBackAtOnceIsHiddenUntilItHasBeenMissed) {
+    Tables tables;
+    tables.addTraffic(mac(1), 3, 17, kTraffic, at(100));
+    tables.addTraffic(mac(2), 3, 17, kTraffic, at(100));
+    tables.forgetUnseen(at(201), 100);
+    const std::uint8_t back = tables.seeUser(mac(1), at(205))->uid;
+    EXPECT_TRUE(tables.hidden()[back]);
+    tables.forgetUnseen(at(230), 100);
+    EXPECT_TRUE(tables.hidden()[back]);
+    EXPECT_FALSE(tables.hidden()[tables.seeUser(mac(2), at(231))->uid]) << "away for long enough";
+    tables.forgetUnseen(at(231), 100);
+    EXPECT_TRUE(tables.hidden().none());
+
+    tables.forgetUnseen(at(400), 100);
+    tables.seeUser(mac(1), at(401));
+    tables.showAll();
+    EXPECT_TRUE(tables.hidden().none()) << "no moment will follow";
+}
+
 TEST(Tables, WhatDoesNotFitCountsOnceWithAllItsTraffic) {
     Tables tables;
     for (std::uint32_t i = 0; i < kMaxRows; ++i)
