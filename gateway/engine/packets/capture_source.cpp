@@ -1,8 +1,12 @@
+#include "engine/packets/capture_source.h"
+
 #include "engine/packets/packet_accounting.h"
 #include "engine/packets/packet_names.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace idpfwd {
 namespace {
@@ -19,8 +23,8 @@ std::uint64_t packetMilliseconds(const pcap_pkthdr &header) {
 // between packets.
 class CaptureSource : public PacketSource {
   public:
-    CaptureSource(Pcap pcap, const PacketOptions &options, std::unique_ptr<Classifier> classifier,
-                  NameTable names)
+    CaptureSource(Pcap pcap, const PacketOptions &options, std::shared_ptr<Classifier> classifier,
+                  std::shared_ptr<const NameTable> names)
         : PacketSource(std::move(names)), pcap_(std::move(pcap)), options_(options),
           classifier_(std::move(classifier)),
           accounting_(tables, *classifier_, options.gatewayMac, options.memory) {}
@@ -109,7 +113,7 @@ class CaptureSource : public PacketSource {
 
     Pcap pcap_;
     PacketOptions options_;
-    std::unique_ptr<Classifier> classifier_;
+    std::shared_ptr<Classifier> classifier_;
     PacketAccounting accounting_;
     bool finished_ = false;
     pcap_pkthdr *header_ = nullptr;
@@ -123,24 +127,39 @@ class CaptureSource : public PacketSource {
 
 } // namespace
 
-std::unique_ptr<Source> openCapture(const PacketOptions &options, std::string &error) {
+std::unique_ptr<Source> readCapture(FILE *file, const PacketOptions &options,
+                                    std::shared_ptr<Classifier> classifier,
+                                    std::shared_ptr<const NameTable> names, std::string &error) {
     char reason[PCAP_ERRBUF_SIZE] = "";
-    Pcap pcap(pcap_open_offline(options.name.c_str(), reason));
+    Pcap pcap(pcap_fopen_offline(file, reason));
     if (!pcap) {
-        const std::string named = options.name + ": ";
-        error = std::string_view(reason).starts_with(named) ? reason : named + reason;
+        fclose(file);
+        error = options.name + ": " + reason;
         return nullptr;
     }
     if (!isEthernet(pcap.get(), options.name, error))
         return nullptr;
-    std::optional<NameTable> names = prepareNames(options, error);
-    if (!names)
-        return nullptr;
     if (!options.gatewayMac)
         fprintf(stderr, "idpfwd: %s: without the gateway's MAC the router is a client too\n",
                 options.name.c_str());
-    return std::make_unique<CaptureSource>(std::move(pcap), options, Classifier::create(),
-                                           std::move(*names));
+    return std::make_unique<CaptureSource>(std::move(pcap), options, std::move(classifier),
+                                           std::move(names));
+}
+
+std::unique_ptr<Source> openCapture(const PacketOptions &options, std::string &error) {
+    constexpr std::size_t kPiece = std::size_t{256} << 10; // it is read from one end to the other
+    FILE *file = fopen(options.name.c_str(), "rbe");
+    if (file == nullptr) {
+        error = options.name + ": " + strerror(errno);
+        return nullptr;
+    }
+    setvbuf(file, nullptr, _IOFBF, kPiece);
+    auto names = prepareNames(options, error);
+    if (!names) {
+        fclose(file);
+        return nullptr;
+    }
+    return readCapture(file, options, Classifier::create(), std::move(names), error);
 }
 
 } // namespace idpfwd

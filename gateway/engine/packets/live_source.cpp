@@ -17,7 +17,7 @@ constexpr int kPoll = 1000; // milliseconds between two looks at what has become
 // too.
 class LiveSource final : public PacketSource {
   public:
-    LiveSource(const PacketOptions &options, NameTable names)
+    LiveSource(const PacketOptions &options, std::shared_ptr<const NameTable> names)
         : PacketSource(std::move(names)), options_(options) {}
     LiveSource(const LiveSource &) = delete;
     LiveSource &operator=(const LiveSource &) = delete;
@@ -197,10 +197,10 @@ class LiveSource final : public PacketSource {
 } // namespace
 
 std::unique_ptr<Source> openInterface(const PacketOptions &options, std::string &error) {
-    std::optional<NameTable> names = prepareNames(options, error);
+    auto names = prepareNames(options, error);
     if (!names)
         return nullptr;
-    auto source = std::make_unique<LiveSource>(options, std::move(*names));
+    auto source = std::make_unique<LiveSource>(options, std::move(names));
     if (!source->open(error))
         return nullptr;
     return source;

@@ -35,15 +35,15 @@ bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error) {
     return false;
 }
 
-std::optional<NameTable> prepareNames(const PacketOptions &options, std::string &error) {
+std::shared_ptr<const NameTable> prepareNames(const PacketOptions &options, std::string &error) {
     const std::unique_ptr<Classifier> classifier = Classifier::create();
     if (!classifier) {
         error = "the packet classifier cannot be used";
-        return std::nullopt;
+        return nullptr;
     }
-    NameTable names(classifier->applications(), classifier->categories());
-    if (!writeDatabases(options.databases, names.databases(), error))
-        return std::nullopt;
+    auto names = std::make_shared<NameTable>(classifier->applications(), classifier->categories());
+    if (!writeDatabases(options.databases, names->databases(), error))
+        return nullptr;
     return names;
 }
 

@@ -19,25 +19,25 @@ using Pcap = std::unique_ptr<pcap_t, PcapCloser>;
 // False with the reason in error unless frames of this handle have Ethernet headers.
 bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error);
 
-// Writes the database files. Nothing with the reason in error when that or nDPI fails.
-std::optional<NameTable> prepareNames(const PacketOptions &options, std::string &error);
+// Writes the database files. Null with the reason in error when that or nDPI fails.
+std::shared_ptr<const NameTable> prepareNames(const PacketOptions &options, std::string &error);
 
 // A source that names what its classifiers tell.
 class PacketSource : public Source {
   public:
-    explicit PacketSource(NameTable names) : names_(std::move(names)) {}
+    explicit PacketSource(std::shared_ptr<const NameTable> names) : names_(std::move(names)) {}
 
     [[nodiscard]] std::string categoryName(std::uint8_t cat_id) const override {
-        return names_.category(cat_id);
+        return names_->category(cat_id);
     }
 
     [[nodiscard]] std::string applicationName(std::uint8_t cat_id,
                                               std::uint16_t app_id) const override {
-        return names_.application({cat_id, app_id});
+        return names_->application({cat_id, app_id});
     }
 
   private:
-    NameTable names_;
+    std::shared_ptr<const NameTable> names_;
 };
 
 // Says that the address that was given for the router is in none of the frames.
