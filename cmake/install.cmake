@@ -1,7 +1,9 @@
-# What `cmake --install` puts where, in three components:
-#   runtime      the daemon, its start script and man page, the shared helper library
+# What `cmake --install` puts where, in five components:
+#   runtime      the daemon, its start script and man page
+#   library      the shared helper library, and the stand-ins for the router's that it needs
 #   development  headers, the static helper library, files for pkg-config and find_package
-#   workstation  what stands in for the router: its libraries, `nvram`, `idpfwd`
+#   workstation  what stands in for the router: `nvram`, `idpfwd`
+#   gateway      what a Linux gateway is served by: units, settings, history, uplink
 # The prefix may still be changed at install time: nothing that is installed has it written into it.
 
 include(CMakePackageConfigHelpers)
@@ -14,6 +16,12 @@ else()
   set(init_script_default etc/init.d)
 endif()
 set(INIT_SCRIPT_DIR ${init_script_default} CACHE STRING "Folder of the start script, empty for none")
+
+# The units name programs by their full paths, so they are good for one prefix.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(unit_default /lib/systemd/system)
+endif()
+set(SYSTEMD_UNIT_DIR "${unit_default}" CACHE STRING "Folder of the systemd units, empty for none")
 
 set(package_config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/routerutil)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/routerutil)
@@ -40,6 +48,12 @@ if(INIT_SCRIPT_DIR)
   )
 endif()
 
+install(
+  FILES packaging/service/functions.sh
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/traffic-usage
+  COMPONENT runtime
+)
+
 # The helper library
 set_target_properties(platform_nvram PROPERTIES EXPORT_NAME nvram)
 set_target_properties(platform_nat PROPERTIES EXPORT_NAME nat)
@@ -47,7 +61,7 @@ install(
   TARGETS routerutil
   EXPORT routerutil
   ARCHIVE COMPONENT development
-  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
   FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT development
 )
 install(
@@ -58,7 +72,7 @@ install(
 install(
   TARGETS platform_nvram platform_nat
   EXPORT routerutil
-  LIBRARY COMPONENT workstation
+  LIBRARY COMPONENT library
 )
 install(
   EXPORT routerutil
@@ -99,6 +113,62 @@ if(WORKSTATION)
   install_man_page(idpfwd 8 workstation)
 endif()
 
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+# The gateway: programs that this build has, and what starts them
+if(WORKSTATION)
+  if(TARGET traffic-usage)
+    install(TARGETS traffic-usage RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
+  endif()
+  if(TARGET uplink)
+    install(
+      TARGETS uplink
+      RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/traffic-usage
+      COMPONENT gateway
+    )
+  endif()
+endif()
+if(WORKSTATION AND SYSTEMD_UNIT_DIR)
+  set(units idpfwd@.service trafficUsageDetailsD@.service traffic-usage-report@.service
+            traffic-usage@.target
+  )
+  if(TARGET traffic-usage)
+    list(APPEND units traffic-usage-history@.service)
+  endif()
+  if(TARGET uplink)
+    list(APPEND units traffic-usage-uplink@.service)
+  endif()
+  list(TRANSFORM units PREPEND packaging/systemd/)
+  install(FILES ${units} DESTINATION ${SYSTEMD_UNIT_DIR} COMPONENT gateway)
+  install(
+    PROGRAMS packaging/service/unit
+    DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/traffic-usage
+    COMPONENT gateway
+  )
+  install(
+    PROGRAMS packaging/service/killall
+    DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/traffic-usage/instance
+    COMPONENT gateway
+  )
+  install(
+    FILES packaging/traffic-usage.sysusers
+    DESTINATION lib/sysusers.d
+    RENAME traffic-usage.conf
+    COMPONENT gateway
+  )
+  install(
+    FILES packaging/traffic-usage.tmpfiles
+    DESTINATION lib/tmpfiles.d
+    RENAME traffic-usage.conf
+    COMPONENT gateway
+  )
+endif()
+if(WORKSTATION AND INIT_SCRIPT_DIR)
+  install(PROGRAMS packaging/init.d/idpfwd DESTINATION ${INIT_SCRIPT_DIR} COMPONENT gateway)
+  cmake_path(GET INIT_SCRIPT_DIR PARENT_PATH settings_dir)
+  install(
+    FILES packaging/gateway.conf
+    DESTINATION ${settings_dir}/traffic-usage
+    COMPONENT gateway
+  )
+endif()
 
-include(cmake/package.cmake)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)

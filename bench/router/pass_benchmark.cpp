@@ -4,6 +4,7 @@
 #include "bench/router/router_in_memory.h"
 #include "common/text.h"
 #include "dpi/conf_app.h"
+#include "dpi/usr_ioctl.h"
 #include "support/private_root.h"
 #include "trafficUsageDetailsD/record_buffer.h"
 #include "trafficUsageDetailsD/usage_report.h"
@@ -11,6 +12,7 @@
 
 #include <benchmark/benchmark.h>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -37,6 +39,43 @@ void unchanged(benchmark::State &state, Pass pass) {
         pass();
     state.counters["settingReads"] =
         static_cast<double>(settingReads()) / static_cast<double>(state.iterations());
+    freeTrafficUsageDTable();
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+// As growing, but the rows come in another order in every pass, never in that of the table.
+void reordered(benchmark::State &state) {
+    fillEngine(static_cast<std::size_t>(state.range(0)));
+    updateTrafficUsageDTable();
+    for (auto _ : state) {
+        state.PauseTiming();
+        growRows();
+        reverseRows();
+        state.ResumeTiming();
+        updateTrafficUsageDTable();
+    }
+    freeTrafficUsageDTable();
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+// What no pass can go below: reading the engine's answer and touching each row and entry once.
+void floorOfAPass(benchmark::State &state) {
+    fillEngine(static_cast<std::size_t>(state.range(0)));
+    updateTrafficUsageDTable();
+    for (auto _ : state) {
+        devid_user_entry *users = nullptr;
+        devid_app_rate_entry *rows = nullptr;
+        get_fw_user_list(&users);
+        get_fw_user_app_rate(&rows);
+        const devid_app_rate_entry *row = rows;
+        for (list_head *link = trafficUsageD_table.next; link != &trafficUsageD_table;
+             link = link->next, ++row) {
+            auto *entry = LIST_RECORD(link, TrafficUsageDEntry, list);
+            entry->current_downloadBandwidth = static_cast<double>(row->down_accl_byte);
+        }
+        free(rows);
+        free(users);
+    }
     freeTrafficUsageDTable();
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
@@ -102,6 +141,8 @@ void nestedSizes(benchmark::internal::Benchmark *b) {
 
 BENCHMARK_CAPTURE(growing, indexed, updateTrafficUsageDTable)->Apply(tableSizes);
 BENCHMARK_CAPTURE(unchanged, indexed, updateTrafficUsageDTable)->Apply(tableSizes);
+BENCHMARK(reordered)->Apply(tableSizes);
+BENCHMARK(floorOfAPass)->Apply(tableSizes);
 BENCHMARK(idleLimitReads)->Apply(tableSizes);
 BENCHMARK_CAPTURE(growing, nested, nestedPass)->Apply(nestedSizes);
 BENCHMARK_CAPTURE(unchanged, nested, nestedPass)->Apply(nestedSizes);

@@ -3,6 +3,7 @@
 #include "dpi/usr_ioctl.h"
 #include "platform/nvram.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
@@ -84,6 +85,10 @@ void growRows() {
         row.up_accl_byte += 100;
         row.down_accl_byte += 1000;
     }
+}
+
+void reverseRows() {
+    std::reverse(rows.begin(), rows.end());
 }
 
 std::size_t settingReads() {

@@ -10,5 +10,8 @@ void fillEngine(std::size_t rows);
 // Makes every row grow.
 void growRows();
 
+// Turns the order of the rows round.
+void reverseRows();
+
 // How often a setting was read since the last call.
 std::size_t settingReads();

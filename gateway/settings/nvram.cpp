@@ -3,7 +3,9 @@
 #include "settings/store.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <pthread.h>
@@ -69,6 +71,14 @@ const char *keep(std::string_view value) {
     return text.characters;
 }
 
+// Settings that can't be read look unset to callers, who go on with that: said once, until they can
+// be read again.
+void tell(int result) {
+    static std::atomic<int> told;
+    if (told.exchange(result) != result && result != 0)
+        fprintf(stderr, "settings store in %s: %s\n", store::directory(), store::reason(result));
+}
+
 int set(std::string_view name, std::string_view value) {
     if (!store::valid_name(name) || !store::valid_value(value))
         return -1;
@@ -84,6 +94,7 @@ const char *kelpNvramConfig_get(const char *name) {
         return "";
     const ErrnoKeeper keeper;
     const store::Reading reading;
+    tell(reading.result());
     return keep(reading.value(name));
 }
 
@@ -92,6 +103,7 @@ int kelpNvramConfig_match(const char *name, const char *value) {
         return 0;
     const ErrnoKeeper keeper;
     const store::Reading reading;
+    tell(reading.result());
     return reading.value(name) == value ? 1 : 0;
 }
 

@@ -1,10 +1,10 @@
 #include "settings/store.h"
 
 #include "common/file.h"
+#include "settings/store_file.h"
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +15,6 @@
 
 namespace store {
 namespace {
-constexpr const char *kDefaultDirectory = "/var/lib/router-nvram";
 constexpr std::size_t kLargestStore = std::size_t{64} << 20;
 constexpr unsigned int kMostReaders = 512; // threads of all processes, from their first reading on
 
@@ -29,6 +28,8 @@ enum Turn { kWriter, kNewReader, kTurns };
 // This process's hold on the store. It is never closed: other threads may be in it.
 struct Environment {
     MDB_env *lmdb;
+    int data;
+    std::atomic<off_t> size; // of its file, which only grows
     MDB_dbi settings;
     pthread_mutex_t turns[kTurns];
     MDB_txn *reader_of_fork;
@@ -76,22 +77,6 @@ void after_fork_in_child() {
 [[gnu::constructor]] void watch_forks_and_threads() {
     pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
     reader_key_made = pthread_key_create(&reader_key, end_reader) == 0;
-}
-
-int make_directory(const char *path) {
-    char partial[PATH_MAX];
-    const std::size_t length = strlen(path);
-    if (length >= sizeof partial)
-        return ENAMETOOLONG;
-    for (std::size_t i = 1; i <= length; ++i) {
-        if (path[i] != '/' && path[i] != '\0')
-            continue;
-        memcpy(partial, path, i);
-        partial[i] = '\0';
-        if (mkdir(partial, 0755) != 0 && errno != EEXIST)
-            return errno;
-    }
-    return 0;
 }
 
 // The kernel sees a deadlock (EDEADLK) where one thread of a process waits for the writer's record
@@ -170,45 +155,17 @@ int open_settings(Environment &environment) {
     return mdb_txn_commit(transaction);
 }
 
-// A program that was started without standard input or output must not get the store's files in
-// their place, and print into them.
-void fill_standard_descriptors() {
-    int descriptor = 0;
-    while (descriptor >= 0 && descriptor <= STDERR_FILENO)
-        descriptor = ::open("/dev/null", O_RDWR);
-    if (descriptor >= 0)
-        close(descriptor);
-}
-
-int open_file(const char *name, int flags) {
-    char path[PATH_MAX];
-    const int length = snprintf(path, sizeof path, "%s/%s", directory(), name);
-    if (length < 0 || static_cast<std::size_t>(length) >= sizeof path) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    return ::open(path, flags | O_CLOEXEC, 0600);
-}
-
-// LMDB begins a store with one write of two pages. A process that is killed amid it leaves less:
-// nothing was ever set in that, and LMDB would refuse it for good.
-void drop_torn_beginning() {
-    constexpr unsigned char kMagic[] = {0xDE, 0xC0, 0xEF, 0xBE};
-    constexpr off_t kMagicAt = sizeof(std::size_t) + 8; // the header of a page goes before it
-    unsigned char found[sizeof kMagic];
-    const Descriptor data(open_file("data.mdb", O_RDWR));
-    struct stat status {};
-    if (!data || fstat(data.get(), &status) != 0 || status.st_size >= 2 * sysconf(_SC_PAGESIZE))
-        return;
-    if (pread(data.get(), found, sizeof found, kMagicAt) == sizeof found &&
-        memcmp(found, kMagic, sizeof found) == 0)
-        (void)!ftruncate(data.get(), 0);
+// What was good when it was opened and is not any more: LMDB itself would abort.
+[[noreturn]] void end_at_damage(MDB_env *, const char *) {
+    dprintf(STDERR_FILENO, "settings store in %s: %s\n", directory(), reason(MDB_CORRUPTED));
+    _exit(EXIT_FAILURE);
 }
 
 int open_lmdb(MDB_env *&lmdb) {
     int result = mdb_env_create(&lmdb);
     if (result != 0)
         return result;
+    mdb_env_set_assert(lmdb, end_at_damage);
     result = mdb_env_set_mapsize(lmdb, kLargestStore);
     if (result == 0)
         result = mdb_env_set_maxreaders(lmdb, kMostReaders);
@@ -231,16 +188,21 @@ int open_in_turn(MDB_env *&lmdb) {
     if (result != 0)
         return result;
     drop_torn_beginning();
+    result = check_data();
+    if (result != 0)
+        return result;
     result = open_lmdb(lmdb);
     return result != 0 ? open_lmdb(lmdb) : 0;
 }
 
 int open_new(Environment &environment) {
-    int result = make_directory(directory());
+    int result = make_directory();
     if (result == 0)
         result = open_in_turn(environment.lmdb);
     if (result != 0)
         return result;
+    mdb_env_get_fd(environment.lmdb, &environment.data);
+    fcntl(environment.data, F_SETFD, FD_CLOEXEC); // LMDB's own: commands have no business in it
     result = open_settings(environment);
     if (result != 0)
         mdb_env_close(environment.lmdb);
@@ -273,6 +235,19 @@ int open() {
     return result;
 }
 
+// A file that was cut since would end the process where its pages are missing.
+int check_length() {
+    Environment &environment = *current.load();
+    const off_t known = environment.size.load();
+    struct stat status {};
+    if (fstat(environment.data, &status) != 0)
+        return errno;
+    if (status.st_size < known)
+        return MDB_CORRUPTED;
+    environment.size.store(status.st_size);
+    return 0;
+}
+
 int begin_first_reading() {
     const int result = begin_reader(*current.load(), reader);
     if (result == 0 && reader_key_made)
@@ -281,19 +256,21 @@ int begin_first_reading() {
 }
 
 int begin_reading() {
-    const int result = open();
+    int result = open();
+    if (result == 0)
+        result = check_length();
     if (result != 0)
         return result;
     return reader != nullptr ? mdb_txn_renew(reader) : begin_first_reading();
 }
 } // namespace
 
-const char *directory() {
-    const char *chosen = getenv("NVRAM_DIR");
-    return chosen != nullptr && *chosen != '\0' ? chosen : kDefaultDirectory;
-}
-
 const char *reason(int result) {
+    if (result == MDB_CORRUPTED || result == MDB_PAGE_NOTFOUND)
+        return "data.mdb is cut or damaged: put a good copy in its place, or move it away to begin "
+               "anew";
+    if (result == MDB_INVALID)
+        return "data.mdb is no settings store";
     return mdb_strerror(result);
 }
 
@@ -323,7 +300,9 @@ Writing::Writing() : result_(open()) {
     if (result_ != 0)
         return;
     Environment &environment = *current.load();
-    result_ = take_turn(environment, kWriter);
+    result_ = check_length();
+    if (result_ == 0)
+        result_ = take_turn(environment, kWriter);
     if (result_ != 0)
         return;
     settings_ = environment.settings;

@@ -2,8 +2,12 @@
 // own: it writes them, so they must stay.
 #pragma once
 
+inline namespace routerutil {
+
 constexpr const char *kCheckResultSetting = "aws_fw_check_result";
 constexpr const char *kNoError = "no error";
 
 constexpr const char *kTriggeredSetting = "aws_fw_upgarade_triggered";
 constexpr const char *kTriggered = "Triggerd";
+
+} // namespace routerutil

@@ -21,7 +21,8 @@ int check_event_file_exists_or_not(const char *path);
 
 /*
  * Makes the marker file at path, which then holds the line "1". The shell's status; -1 when the
- * command, path included, has more than 127 characters, or no shell could be started.
+ * command, path included, has more than 127 characters, or no shell could be started; in a process
+ * that ignores SIGCHLD always -1 (errno ECHILD), although the file was made.
  */
 int create_event_file(const char *path);
 

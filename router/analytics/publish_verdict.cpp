@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+inline namespace routerutil {
+
 namespace {
 
 Verdict iot_line_verdict(const char *line) {
@@ -47,3 +49,5 @@ Verdict publish_verdict(PublishMethod method, FILE *output) {
         verdict = line_verdict(method, line);
     return verdict;
 }
+
+} // namespace routerutil

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <string_view>
 
+inline namespace routerutil {
+
 enum class PublishMethod { Iot, Mcs, Other };
 
 // "IoT" or "MCS"; any other text publishes nothing.
@@ -13,3 +15,5 @@ enum class Verdict { None, Failure, Success };
 
 // Reads the output in lines of at most 127 characters, until one decides.
 Verdict publish_verdict(PublishMethod method, FILE *output);
+
+} // namespace routerutil

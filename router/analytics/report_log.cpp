@@ -5,6 +5,8 @@
 #include <cstdarg>
 #include <ctime>
 
+inline namespace routerutil {
+
 void append_report_log(const char *format, ...) {
     const File log(fopen(kReportLog, "a+"));
     const time_t now = time(nullptr);
@@ -18,3 +20,5 @@ void append_report_log(const char *format, ...) {
     vfprintf(log.get(), format, arguments);
     va_end(arguments);
 }
+
+} // namespace routerutil

@@ -1,5 +1,7 @@
 #include "analytics/retry_rules.h"
 
+inline namespace routerutil {
+
 namespace {
 constexpr uint32_t kAttempts = 4;
 }
@@ -52,3 +54,5 @@ void count_iot_success(group_retry &retry) {
 void count_mcs_success(group_retry &retry) {
     retry.fail_count = 0;
 }
+
+} // namespace routerutil

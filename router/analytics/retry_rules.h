@@ -12,6 +12,8 @@
 
 #include "analytics/group_retry.h"
 
+inline namespace routerutil {
+
 constexpr int kGroups = 5;
 
 constexpr bool is_group(int group) {
@@ -28,3 +30,5 @@ void count_tick(group_retry &retry, int limit);
 
 void count_iot_success(group_retry &retry);
 void count_mcs_success(group_retry &retry);
+
+} // namespace routerutil

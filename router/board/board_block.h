@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+inline namespace routerutil {
+
 // The head of the block. Made of bytes only, so that the layout is packed and alignment is none.
 struct BoardFields {
     char board_id[64];
@@ -53,3 +55,5 @@ Allocated<unsigned char> new_board_block();
 
 // The block that is in flash, or nothing when it cannot be read.
 Allocated<unsigned char> load_board_block();
+
+} // namespace routerutil

@@ -20,11 +20,11 @@ int write_board_data(const unsigned char *buffer) {
     return mtd_write(kWriteDevice, buffer, BOARD_DATA_SIZE);
 }
 
-Allocated<unsigned char> new_board_block() {
+Allocated<unsigned char> routerutil::new_board_block() {
     return Allocated<unsigned char>(static_cast<unsigned char *>(malloc(BOARD_DATA_SIZE)));
 }
 
-Allocated<unsigned char> load_board_block() {
+Allocated<unsigned char> routerutil::load_board_block() {
     auto block = new_board_block();
     if (block && read_board_data(block.get()) != 0)
         block.reset();

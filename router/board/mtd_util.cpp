@@ -22,6 +22,7 @@ namespace {
 constexpr char kPartitionList[] = "/proc/mtd";
 constexpr int kLineSize = 4096;
 constexpr std::size_t kClosingRead = 10;
+constexpr ssize_t kPieceSize = 4096;
 
 // The partition that a line "mtd<N>: ..." is about.
 std::optional<unsigned int> partition_number(const char *line) {
@@ -126,6 +127,35 @@ bool write_partition(int device, const mtd_info_user &info, const unsigned char 
     return write_blocks(device, info, buffer, static_cast<uint32_t>(length));
 }
 
+// A page that can't be read would kill whoever touches it through a mapping: read as a file it is
+// an error, and is then in memory for the mapping.
+bool every_page_is_readable(int device) {
+    char piece[kPieceSize];
+    for (off_t at = 0; at < MTD_IMAGE_SIZE; at += kPieceSize) {
+        const ssize_t got = pread(device, piece, sizeof piece, at);
+        if (got != kPieceSize)
+            return got < 0 ? false : refuse(EIO);
+    }
+    return true;
+}
+
+// The image is read as a whole from flash, not from pages that another program's open descriptor
+// keeps: the kernel does not renew those when flash is written past the block device.
+bool copy_image(int device, unsigned char *buffer) {
+    // Past the end of a shorter device the mapping has no pages: touching them would be fatal.
+    if (lseek(device, 0, SEEK_END) < MTD_IMAGE_SIZE)
+        return refuse(EINVAL);
+    posix_fadvise(device, 0, MTD_IMAGE_SIZE, POSIX_FADV_DONTNEED);
+    if (!every_page_is_readable(device))
+        return false;
+    void *image = mmap(nullptr, MTD_IMAGE_SIZE, PROT_READ, MAP_SHARED, device, 0);
+    if (image == MAP_FAILED)
+        return false;
+    memcpy(buffer, image, MTD_IMAGE_SIZE);
+    munmap(image, MTD_IMAGE_SIZE);
+    return true;
+}
+
 } // namespace
 
 int mtd_open(const char *name, int flags) {
@@ -187,18 +217,9 @@ int read_mtd_data(unsigned char *buffer, const char *path) {
         perror("open");
         return -1;
     }
-    // Past the end of a shorter device the mapping has no pages: touching them would be fatal.
-    if (lseek(device.get(), 0, SEEK_END) < MTD_IMAGE_SIZE) {
-        errno = EINVAL;
+    if (!copy_image(device.get(), buffer)) {
         perror(path);
         return -1;
     }
-    void *image = mmap(nullptr, MTD_IMAGE_SIZE, PROT_READ, MAP_SHARED, device.get(), 0);
-    if (image == MAP_FAILED) {
-        perror(path);
-        return -1;
-    }
-    memcpy(buffer, image, MTD_IMAGE_SIZE);
-    munmap(image, MTD_IMAGE_SIZE);
     return 0;
 }

@@ -32,6 +32,8 @@ int mtd_open(const char *name, int flags);
  * geometry, of the first erase that failed (blocks after it are not touched), or EINVAL when the
  * partition is not a whole number of erase blocks (nothing is erased then). A partition of size 0
  * gives 0.
+ *
+ * On NAND a bad block is an erase that failed (EIO): it is neither skipped nor tried again.
  */
 int mtd_erase(const char *name);
 
@@ -48,15 +50,21 @@ int mtd_erase(const char *name);
  * (in all these cases flash is untouched); when an erase fails or a write is short. The latter
  * leaves the blocks before the failing one written, that one in an unknown state and those after
  * it untouched.
+ *
+ * On NAND the kernel takes whole pages only: a length below an erase block that is no multiple of
+ * the page (writesize of MEMGETINFO) erases the first block and then fails. A bad block fails at its
+ * erase; nothing is moved behind it.
  */
 int mtd_write(const char *path, const unsigned char *buffer, int length);
 
 /*
  * Copies the first MTD_IMAGE_SIZE bytes of the block device (or file) at path into buffer, which
- * has at least that much room.
+ * has at least that much room. What another program wrote to the flash device since is seen, also
+ * while the block device is open elsewhere; only a mapping of it that is still in place keeps the
+ * old bytes.
  *
- * Returns 0, or -1 when it cannot be opened (the printed prefix is "open"), is shorter, or cannot
- * be mapped.
+ * Returns 0, or -1 when it cannot be opened (the printed prefix is "open"), is shorter, cannot be
+ * read (EIO, as of NAND beyond correction), or cannot be mapped; buffer is untouched then.
  */
 int read_mtd_data(unsigned char *buffer, const char *path);
 

@@ -14,6 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+inline namespace routerutil {
+
 namespace {
 
 // A command line under construction in its caller's buffer; remembers whether everything fitted.
@@ -167,3 +169,5 @@ int run_program(const char *const arguments[], const char *output_path) {
         become_program(arguments, output);
     return wait_for(child);
 }
+
+} // namespace routerutil

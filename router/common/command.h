@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+inline namespace routerutil {
+
 // The largest command that any caller can ask room for, terminator included.
 constexpr std::size_t kLargestCommand = 2048;
 
@@ -39,3 +41,5 @@ bool has_run(int status);
 // caller does. Returns the status as system() does (127 as exit code when there is no such
 // program), or -1 when no process could be started or waited for.
 int run_program(const char *const arguments[], const char *output_path);
+
+} // namespace routerutil

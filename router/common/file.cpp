@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+inline namespace routerutil {
+
 bool read_line(FILE *file, char *line, int size) {
     return fgets(line, size, file) != nullptr;
 }
@@ -11,3 +13,5 @@ void strip_newline(char *line) {
     if (length > 0 && line[length - 1] == '\n')
         line[length - 1] = '\0';
 }
+
+} // namespace routerutil

@@ -7,6 +7,8 @@
 #include <memory>
 #include <unistd.h>
 
+inline namespace routerutil {
+
 struct FileCloser {
     void operator()(FILE *file) const { fclose(file); }
 };
@@ -42,3 +44,5 @@ bool read_line(FILE *file, char *line, int size);
 
 // Removes one trailing newline.
 void strip_newline(char *line);
+
+} // namespace routerutil

@@ -134,20 +134,3 @@ int is_russian_case(void) {
         return 0;
     return kelpNvramConfig_match("gui_region", "Russian") != 0 ? 1 : 0;
 }
-
-int fmtValloc(char **out, int limit, const char *format, va_list args) {
-    *out = nullptr;
-    va_list measured;
-    va_copy(measured, args);
-    const int length = vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    if (length < 0 || limit < 1)
-        return length;
-    const auto size = static_cast<std::size_t>(length < limit ? length + 1 : limit);
-    *out = static_cast<char *>(malloc(size));
-    if (*out != nullptr)
-        format_text_list(*out, size, format, args);
-    return length;
-}
-
-void trace(const char *, ...) {}

@@ -122,7 +122,7 @@ int is_russian_case(void);
 int fmtValloc(char **out, int limit, const char *format, va_list args)
     __attribute__((format(printf, 3, 0)));
 
-/* Debugging hook. Does nothing. */
+/* Debugging hook. Does nothing; a program may define its own, as well as fmtValloc. */
 void trace(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 #ifdef __cplusplus

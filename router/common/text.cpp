@@ -6,6 +6,8 @@
 #include <limits>
 #include <strings.h>
 
+inline namespace routerutil {
+
 void copy_text(char *destination, std::size_t size, const char *source) {
     if (size == 0)
         return;
@@ -27,6 +29,46 @@ bool format_text_list(char *destination, std::size_t size, const char *format, v
     if (length < 0 && size > 0)
         destination[0] = '\0';
     return length >= 0 && static_cast<std::size_t>(length) < size;
+}
+
+namespace {
+
+constexpr std::size_t kNoCharacter = 0;
+constexpr std::size_t kCutCharacter = 5; // none has as many bytes
+
+std::size_t utf8_length(const unsigned char *c) {
+    if (*c < 0x80)
+        return 1;
+    if (*c < 0xC2 || *c > 0xF4)
+        return kNoCharacter;
+    const std::size_t length = *c >= 0xF0 ? 4 : *c >= 0xE0 ? 3 : 2;
+    // No overlong form, no surrogate, nothing above U+10FFFF.
+    unsigned char lowest = *c == 0xE0 ? 0xA0 : *c == 0xF0 ? 0x90 : 0x80;
+    unsigned char highest = *c == 0xED ? 0x9F : *c == 0xF4 ? 0x8F : 0xBF;
+    for (std::size_t i = 1; i < length; ++i) {
+        if (c[i] == '\0')
+            return kCutCharacter;
+        if (c[i] < lowest || c[i] > highest)
+            return kNoCharacter;
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return length;
+}
+
+} // namespace
+
+void make_utf8(char *text) {
+    while (*text != '\0') {
+        const std::size_t length = utf8_length(reinterpret_cast<unsigned char *>(text));
+        if (length == kCutCharacter) {
+            *text = '\0';
+            return;
+        }
+        if (length == kNoCharacter)
+            *text = '?';
+        text += length == kNoCharacter ? 1 : length;
+    }
 }
 
 bool parse_mac(const char *text, unsigned char mac[6]) {
@@ -66,3 +108,5 @@ const char *stristr(const char *text, const char *part) {
     }
     return text;
 }
+
+} // namespace routerutil

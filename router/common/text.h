@@ -4,6 +4,9 @@
 #include <cstdarg>
 #include <cstddef>
 
+// What the library has for itself: a program's own functions of the same names are others.
+inline namespace routerutil {
+
 // Copies at most size - 1 bytes of source and always terminates; a size of 0 copies nothing.
 void copy_text(char *destination, std::size_t size, const char *source);
 
@@ -20,6 +23,10 @@ void copy_text(char (&destination)[Size], const char *source) {
 [[gnu::format(printf, 3, 0)]] bool format_text_list(char *destination, std::size_t size,
                                                     const char *format, va_list arguments);
 
+// Makes UTF-8 of a text in place: '?' takes the place of each byte that is none, and a character
+// that is cut by the text's end goes.
+void make_utf8(char *text);
+
 // Reads six hexadecimal groups joined by colons, each as scanf's %2x does (one digit is enough),
 // and ignores what follows them. False, with mac untouched, when a group is missing.
 bool parse_mac(const char *text, unsigned char mac[6]);
@@ -35,3 +42,5 @@ int decimal_value(const char *text);
 // The first place in text where part stands, compared without regard to ASCII case; nullptr when
 // there is none.
 const char *stristr(const char *text, const char *part);
+
+} // namespace routerutil

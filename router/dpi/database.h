@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+inline namespace routerutil {
+
 // A database that the file list names: its key there, and where it lies when the list lacks it.
 struct ListedDatabase {
     const char *key;
@@ -103,3 +105,5 @@ Record *find_record(list_head *head, Match matches) {
     }
     return nullptr;
 }
+
+} // namespace routerutil

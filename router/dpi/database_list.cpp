@@ -73,11 +73,11 @@ File open_or_report(const char *path, const char *reported_path, Loader loader) 
 
 } // namespace
 
-File open_database(const char *path, Loader loader) {
+File routerutil::open_database(const char *path, Loader loader) {
     return open_or_report(path, path, loader);
 }
 
-File open_listed_database(const ListedDatabase &database, Loader loader) {
+File routerutil::open_listed_database(const ListedDatabase &database, Loader loader) {
     list_head list = LIST_HEAD_INIT(list);
     init_system_conf(&list);
     const char *listed = search_sys_conf(&list, database.key);

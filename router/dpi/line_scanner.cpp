@@ -3,6 +3,8 @@
 #include <cstring>
 #include <limits>
 
+inline namespace routerutil {
+
 void LineScanner::skip_blanks() {
     if (fits_)
         rest_ += strspn(rest_, kBlanks);
@@ -65,3 +67,5 @@ LineScanner &LineScanner::copy_until(const char *stops, char *text, std::size_t 
     }
     return *this;
 }
+
+} // namespace routerutil

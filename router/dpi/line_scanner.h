@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+inline namespace routerutil {
+
 // Each step scans one conversion or literal. The first step that does not fit ends the scan: it and
 // all later ones leave their destinations alone, as scanf does.
 class LineScanner {
@@ -50,3 +52,5 @@ class LineScanner {
     const char *rest_;
     bool fits_ = true;
 };
+
+} // namespace routerutil

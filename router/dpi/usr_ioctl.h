@@ -1,7 +1,12 @@
 /*
  * Requests to the deep-packet-inspection engine behind "/dev/idpfw". The header and the records
- * are shared with the kernel module: every width and offset is fixed, multi-byte fields are
- * little-endian, records follow each other without padding.
+ * are shared with the kernel module: every width and offset is fixed, records follow each other
+ * without padding.
+ *
+ * Byte order: on the little-endian machines that the engine runs on there is nothing to convert.
+ * The records are little-endian by their format, so code that wants to be ready for others converts
+ * what it reads of them (le16toh and the like). The header is not: its numbers are in the machine's
+ * own order, as its pointers are, and so is *out_used_len.
  */
 #ifndef DPI_USR_IOCTL_H
 #define DPI_USR_IOCTL_H

@@ -12,7 +12,9 @@
  * Getters and del_ac_mac_entry search the used run. Setters and acl_update_mac_order search up to
  * the first slot whose address is all zero, and setters append there: they write the address and
  * their own field, the others stay what they were in that slot (after a load: status -1, connType
- * -1, order 0, no name). An entry without a status is behind the run's end for the getters.
+ * -1, order 0, no name). An entry without a status ends the run: for getters, deletion and saving
+ * neither it nor any entry behind it is there, until set_mac_status gives it one. So set the status
+ * of a new device first.
  *
  * Addresses are 6 bytes, first byte first.
  */

@@ -130,13 +130,13 @@ int getDeviceModelByPriority(struct devDataStructure record, char *out);
 /*
  * Reads the DHCP facts file of a device. Facts that the file does not give are left as they are in
  * *out; a vendor or host name is at most 30 characters. 0, or -1 (always with a message) when there
- * is no such file.
+ * is no such file; a text that is empty, begins with a dot or has a slash names none.
  */
 int getDhcpInfoByMac(const char *mac_text, struct dhcpInfo *out);
 
 /*
- * Sends one message to the detection daemon; nobody is told when it does not arrive. Always prints
- * a line. Ends the process with status 1 when no socket can be made.
+ * Sends one message to the detection daemon without waiting; nobody is told when it does not arrive,
+ * as when the daemon's queue is full. Always prints a line. Ends the process with status 1 when no socket can be made.
  */
 void sendDataToDevIdApi(struct devIdMessage message);
 

@@ -47,11 +47,17 @@ void take_fact(char *line, dhcpInfo *out) {
         copy_text(out->options, kOptionsFact, value);
 }
 
+// Whether a text names a file of the facts' folder, and no other.
+bool is_file_name(const char *text) {
+    return text != nullptr && *text != '\0' && *text != '.' && strchr(text, '/') == nullptr;
+}
+
 } // namespace
 
 int getDhcpInfoByMac(const char *mac_text, dhcpInfo *out) {
     char path[128];
-    const bool fits = format_text(path, sizeof path, "%s/%s", kFactsFolder, mac_text);
+    const bool fits =
+        is_file_name(mac_text) && format_text(path, sizeof path, "%s/%s", kFactsFolder, mac_text);
     const File file(fits ? fopen(path, "r") : nullptr);
     if (!file) {
         printf("File open fail!");
@@ -74,7 +80,8 @@ void sendDataToDevIdApi(devIdMessage message) {
     sockaddr_un daemon{};
     daemon.sun_family = AF_UNIX;
     copy_text(daemon.sun_path, kDaemonSocket);
-    sendto(sender.get(), message.bytes, sizeof message.bytes, 0,
+    // A daemon that hangs must not hang its callers.
+    sendto(sender.get(), message.bytes, sizeof message.bytes, MSG_DONTWAIT,
            reinterpret_cast<const sockaddr *>(&daemon),
            static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + strlen(kDaemonSocket)));
     printf("[%s][%d]\n", __func__, __LINE__);

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstring>
 
+inline namespace routerutil {
+
 constexpr std::size_t kMacSize = 6;
 
 // The status of a slot that ends the used run.
@@ -82,3 +84,5 @@ inline void fill_field(char *field, std::size_t size, const char *text) {
     memmove(field, text, length);
     memset(field + length, 0, size - length);
 }
+
+} // namespace routerutil

@@ -1,6 +1,9 @@
 /*
  * What the firmware-update tools share. Their state lives in files under "/tmp", so that separate
  * processes see it.
+ *
+ * Results that are the status of the shell are -1 (errno ECHILD) in a process that ignores SIGCHLD:
+ * the file is then written all the same.
  */
 #ifndef SYSUTIL_FIRMWARE_UPDATE_H
 #define SYSUTIL_FIRMWARE_UPDATE_H

@@ -68,8 +68,11 @@ int get_iqos_devname(const unsigned char mac[6], char *out);
 /*
  * Moves the device into a priority group of "/tmp/trend/qos.conf": takes it out of every group,
  * then adds it after each line with the tag "{n}", n being 3 - priority (0 to 3). One writer at a
- * time. 0; -1, reported on standard error, when a file cannot be opened: the configuration is then
- * as before, or without the device when only adding it failed.
+ * time. The configuration is written in place, beside a copy of it, "/tmp/trend/qos.conf.tmp".
+ *
+ * 0; -1, reported on standard error, when a file cannot be opened, the copy is not whole, or the
+ * configuration cannot be written (a full disk): it is then as before, or without the device when
+ * only adding it failed. Where even that could not be put back, the copy has it.
  */
 int iqos_set_priority_by_mac(int priority, const unsigned char mac[6]);
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -30,13 +31,27 @@ struct RewriteFiles {
     File to;
 };
 
-// Opens the configuration, or makes an empty one, without truncating it: it is still whole when its
-// copy cannot be opened.
+// Whether the copy lacks something of what it is a copy of. A missing one is no cut one.
+bool is_cut(FILE *original) {
+    struct stat of_original;
+    struct stat of_copy;
+    return stat(kTemporary, &of_copy) == 0 &&
+           (fstat(fileno(original), &of_original) != 0 || of_copy.st_size != of_original.st_size);
+}
+
+// Opens the configuration, or makes an empty one. It is truncated only beside a whole copy of it:
+// an older one must not be taken for that, so it goes first.
 RewriteFiles open_for_rewrite() {
+    unlink(kTemporary);
     copy_file(kConfig, kTemporary);
     File to(fopen(kConfig, "a"));
     if (!to) {
         perror("fopen IQOS_QOS_CONF_PATH");
+        return {};
+    }
+    if (is_cut(to.get())) {
+        errno = ENOSPC;
+        perror("fopen IQOS_TMP_QOS_CONF_PATH");
         return {};
     }
     File from(fopen(kTemporary, "r"));
@@ -55,9 +70,19 @@ RewriteFiles open_for_rewrite() {
     return {std::move(from), std::move(to)};
 }
 
+// Closes the new configuration; one that is not whole is replaced by its copy again.
+bool finish(RewriteFiles &files) {
+    const bool written = ferror(files.from.get()) == 0 && ferror(files.to.get()) == 0;
+    if (fclose(files.to.release()) == 0 && written)
+        return true;
+    perror("fopen IQOS_QOS_CONF_PATH");
+    copy_file(kTemporary, kConfig);
+    return false;
+}
+
 // Takes the device out of every group.
 bool drop_device(const MacText &mac) {
-    const RewriteFiles files = open_for_rewrite();
+    RewriteFiles files = open_for_rewrite();
     if (!files.to)
         return false;
     char line[kLineSize];
@@ -65,13 +90,13 @@ bool drop_device(const MacText &mac) {
         if (stristr(line, mac.text) == nullptr)
             fputs(line, files.to.get());
     }
-    return true;
+    return finish(files);
 }
 
 // Adds the device after every line with the tag: behind the line's end, also where the line is
 // longer than the buffer or the file does not end in a newline.
 bool add_device(const MacText &mac, const char *tag) {
-    const RewriteFiles files = open_for_rewrite();
+    RewriteFiles files = open_for_rewrite();
     if (!files.to)
         return false;
     bool tagged = false;
@@ -86,7 +111,7 @@ bool add_device(const MacText &mac, const char *tag) {
     }
     if (tagged)
         fprintf(files.to.get(), "\nmac= %s\n", mac.text);
-    return true;
+    return finish(files);
 }
 
 } // namespace

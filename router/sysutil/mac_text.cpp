@@ -1,5 +1,7 @@
 #include "sysutil/mac_text.h"
 
+inline namespace routerutil {
+
 namespace {
 
 MacText write_mac(const unsigned char *mac, const char *digits, bool colons) {
@@ -30,3 +32,5 @@ MacText upper_mac(const unsigned char *mac) {
 MacText lower_mac(const unsigned char *mac) {
     return write_mac(mac, kLowerDigits, true);
 }
+
+} // namespace routerutil

@@ -1,6 +1,8 @@
 // The text forms of a hardware address.
 #pragma once
 
+inline namespace routerutil {
+
 struct MacText {
     char text[18];
 };
@@ -13,3 +15,5 @@ MacText upper_mac(const unsigned char *mac);
 
 // "a1:b2:c3:d4:e5:f6"
 MacText lower_mac(const unsigned char *mac);
+
+} // namespace routerutil

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+inline namespace routerutil {
+
 namespace {
 
 constexpr char kLast = '.';
@@ -145,3 +147,5 @@ void save_names(const KeyFamily &keys, int count, NameOf name_of) {
     }
     kelpNvramConfig_set(key_name(keys, count / kNamesPerKey).name, text);
 }
+
+} // namespace routerutil

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <span>
 
+inline namespace routerutil {
+
 // One setting's text, terminated; a longer setting is cut.
 constexpr std::size_t kStagedSize = 512;
 using StagedText = char[kStagedSize];
@@ -77,3 +79,5 @@ void load_names(const KeyFamily &keys, int count, NameOf name_of);
 // Sets the names of the first count entries. The setting behind the last full one is always
 // written, empty where no name is left; those above it stay what they were.
 void save_names(const KeyFamily &keys, int count, NameOf name_of);
+
+} // namespace routerutil

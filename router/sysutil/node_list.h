@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+inline namespace routerutil {
+
 // A node, all zero; nullptr when memory is short. Release it with free_nodes or free.
 template <typename Node>
 Node *create_node() {
@@ -26,3 +28,5 @@ void free_nodes(Node *first) {
         first = next;
     }
 }
+
+} // namespace routerutil

@@ -39,8 +39,11 @@ int getTimeZoneIndex(char *out);
 /*
  * Stores a zone given as a text of hours ("-8", "+5.5"). The text is normalised in place and must
  * have at least 4 bytes, even when it is shorter. Sets "time_zone", "time_zone_state" and
- * "timezone_index" without committing them. 1 when stored; 0 when the text is NULL, empty or not a
- * number ("nan"), or when the zone is the current one.
+ * "timezone_index" without committing them. 1 when stored; 0 when the text is NULL, empty or "nan",
+ * or when the zone is the current one.
+ *
+ * What is no number counts as 0 hours, which is a zone: such a text is stored as it stands, as is
+ * whatever follows a number that is in the list of zones. Check what a user typed before.
  */
 int set_timezone_to_nvram(char *text);
 

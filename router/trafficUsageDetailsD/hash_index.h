@@ -12,12 +12,15 @@
 template <typename Item>
 class HashIndex {
   public:
-    // Room for at most this many items.
-    explicit HashIndex(std::size_t most)
-        : mask_(std::bit_ceil(2 * most + 1) - 1),
-          slots_(static_cast<Slot *>(calloc(mask_ + 1, sizeof(Slot)))) {}
+    // Makes room for at most this many items. False when there was no memory: the caller walks the
+    // list instead.
+    bool reserve(std::size_t most) {
+        mask_ = std::bit_ceil(2 * most + 1) - 1;
+        slots_.reset(static_cast<Slot *>(calloc(mask_ + 1, sizeof(Slot))));
+        return isUsable();
+    }
 
-    // False when there was no memory: the caller walks the list instead.
+    // Whether there is room; nothing else may be called before.
     [[nodiscard]] bool isUsable() const { return slots_ != nullptr; }
 
     void add(std::uint32_t hash, Item *item) {
@@ -43,6 +46,6 @@ class HashIndex {
         std::uint32_t hash;
     };
 
-    std::size_t mask_;
+    std::size_t mask_ = 0;
     Allocated<Slot> slots_;
 };

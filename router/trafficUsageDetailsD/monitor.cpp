@@ -14,15 +14,10 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-volatile sig_atomic_t got_sigusr1 = 0;
-volatile sig_atomic_t got_sigusr2 = 0;
-
 namespace {
 
 constexpr long kPassPeriodSeconds = 10;
 constexpr long kNanosecondsPerSecond = 1000000000;
-
-volatile sig_atomic_t terminating = 0;
 
 [[noreturn]] void leave() {
     freeTrafficUsageDTable();
@@ -97,33 +92,12 @@ void showHelp(int argc, char **argv) {
     printf("Usage: %s\n", argc > 0 ? argv[0] : "");
 }
 
-void sigHandler(int signal_number) {
-    switch (signal_number) {
-    case SIGUSR1:
-        got_sigusr1 = 1;
-        break;
-    case SIGUSR2:
-        got_sigusr2 = 1;
-        break;
-    case SIGTERM:
-    case SIGINT:
-    case SIGKILL:
-        terminating = 1;
-        break;
-    default:
-        break;
-    }
-}
-
-bool terminationRequested() {
-    return terminating != 0;
-}
-
 void monitorTrafficUsage() {
     if (daemon(1, 1) != 0) {
         perror("daemon");
         exit(EXIT_FAILURE);
     }
+    guaranteeTermination(kPidFile);
     writePidFile();
     memset(trafficBuffer, 0, sizeof trafficBuffer);
     while (!terminationRequested()) {

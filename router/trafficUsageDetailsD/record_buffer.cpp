@@ -2,8 +2,6 @@
 
 #include "common/text.h"
 #include "trafficUsageDetailsD/debug_log.h"
-#include "trafficUsageDetailsD/monitor.h"
-#include "trafficUsageDetailsD/usage_report.h"
 
 #include <cstring>
 #include <ctime>
@@ -17,11 +15,8 @@ namespace {
 constexpr std::uint32_t kFinalized = 2;
 constexpr std::int64_t kPassSeconds = 10;
 
-// The line numbers that the log has always carried.
+// The line number that the log has always carried.
 constexpr int kUpdateEntryLine = 394;
-constexpr int kFreeEntryLine = 922;
-constexpr int kBufferFullLine = 927;
-constexpr int kSaveEntryLine = 1031;
 
 constexpr const char *kStarLine =
     "********************************************************************************\n";
@@ -80,37 +75,6 @@ int resetTrafficInfoEntry(TrafficInfo *slot) {
     if (slot == nullptr)
         return -1;
     memset(slot, 0, sizeof *slot);
-    return 0;
-}
-
-int saveTrafficInfo2Buf(const TrafficInfo *record) {
-    if (record == nullptr)
-        return -1;
-    TrafficInfo *slot = findFreeTrafficInfo();
-    if (slot != nullptr) {
-        tud_dbg("%s(%d) update free entry\n", __func__, kFreeEntryLine);
-        return updateTrafficInfo(record, slot);
-    }
-    // Deliberate: the record that finds the buffer full is not stored.
-    tud_dbg("%s(%d) buffer is full, send json file to server\n", __func__, kBufferFullLine);
-    generateTudJson();
-    sendTUDReport2Cloud();
-    return 0;
-}
-
-int updateTrafficBuffer() {
-    list_head *head = &trafficUsageD_table;
-    for (list_head *link = head->next; link != head; link = link->next) {
-        if (terminationRequested())
-            break; // nothing is reported any more, not even by a buffer that fills up
-        auto *entry = LIST_RECORD(link, TrafficUsageDEntry, list);
-        if (isTrafficInactive(entry) == 0 || hasCurrentTraffic(entry) == 0)
-            continue;
-        tud_dbg("Save TraffUsageD entry to Traffic Buffer: %s %d\n", __func__, kSaveEntryLine);
-        TrafficInfo record{};
-        convertTrafficUsageD2TrafficBuf(entry, &record);
-        saveTrafficInfo2Buf(&record);
-    }
     return 0;
 }
 
@@ -200,20 +164,4 @@ int isNoTrafficIncrease(const TrafficInfo *a, const TrafficInfo *b) {
     if (a == nullptr || b == nullptr)
         return 1;
     return a->uploadBandwidth == b->uploadBandwidth && a->downloadBandwidth == b->downloadBandwidth;
-}
-
-int isTrafficIdle(const TrafficUsageDEntry *a, const TrafficUsageDEntry *b) {
-    if (a == nullptr || b == nullptr)
-        return 0;
-    return a->current_uploadBandwidth == b->current_uploadBandwidth &&
-           a->current_downloadBandwidth == b->current_downloadBandwidth;
-}
-
-int isTrafficInactive(const TrafficUsageDEntry *entry) {
-    return entry != nullptr && entry->active == 0;
-}
-
-int hasCurrentTraffic(const TrafficUsageDEntry *entry) {
-    return entry != nullptr &&
-           (entry->accu_downloadBandWidth > 0 || entry->accu_uploadBandWidth > 0);
 }

@@ -25,16 +25,19 @@ struct TrafficInfo {
 
 extern TrafficInfo trafficBuffer[MAX_ENTRY];
 
-// Makes a record of every inactive table entry that holds traffic. Always 0.
-int updateTrafficBuffer();
+// The two that fill the buffer, and empty it by a report when it is full (recording.cpp).
 
-// Fills the record from the entry and zeroes the entry's accumulations. 0, or -1 when one is
-// missing.
-int convertTrafficUsageD2TrafficBuf(TrafficUsageDEntry *entry, TrafficInfo *record);
+// Makes a record of every inactive table entry that holds traffic, unless the daemon was asked to
+// end. Always 0.
+int updateTrafficBuffer();
 
 // Stores the record in the first free slot. A full buffer is reported instead, which empties it,
 // and the record is lost. 0, or -1 without a record.
 int saveTrafficInfo2Buf(const TrafficInfo *record);
+
+// Fills the record from the entry and zeroes the entry's accumulations. 0, or -1 when one is
+// missing.
+int convertTrafficUsageD2TrafficBuf(TrafficUsageDEntry *entry, TrafficInfo *record);
 
 // Copies a record into a slot; a slot in use keeps its start and, once it has one, its end. 0, or
 // -1 when one is missing.
@@ -70,12 +73,3 @@ int finalizeTrafficInfo(TrafficInfo *record);
 
 // 1 when both records have the same byte counts, or one is missing; else 0.
 int isNoTrafficIncrease(const TrafficInfo *a, const TrafficInfo *b);
-
-// 1 when both entries have the same current counters; 0 otherwise or when one is missing.
-int isTrafficIdle(const TrafficUsageDEntry *a, const TrafficUsageDEntry *b);
-
-// 1 when the entry is not active; 0 otherwise or without an entry.
-int isTrafficInactive(const TrafficUsageDEntry *entry);
-
-// 1 when the entry has accumulated traffic; 0 otherwise or without an entry.
-int hasCurrentTraffic(const TrafficUsageDEntry *entry);

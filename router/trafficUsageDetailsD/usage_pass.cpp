@@ -1,6 +1,7 @@
-// One pass over the engine's tables. Joining rows to users, naming applications and finding
-// entries go through indexes that are built for the pass, so that its cost grows with the number of
-// rows and not with its square; the result is that of the plain nested walk, in the same order.
+// One pass over the engine's tables. Joining rows to users, naming applications and finding the
+// entries that don't come in the table's order go through indexes that are built for the pass, so
+// that its cost grows with the number of rows and not with its square; the result is that of the
+// plain nested walk, in the same order.
 #include "common/file.h"
 #include "common/text.h"
 #include "dpi/conf_app.h"
@@ -9,6 +10,7 @@
 #include "trafficUsageDetailsD/hash_index.h"
 #include "trafficUsageDetailsD/usage_table.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <endian.h>
@@ -20,18 +22,31 @@ constexpr int kMostRows = IDPFW_APP_SLOTS - 1;
 constexpr int kUids = 256;
 constexpr int kCategories = 256; // that a row's 8-bit category id can name
 
-// FNV-1a with a final mix, so that the low bits can be used as they are.
+// What the databases call a row; the texts live as long as the pass.
+struct RowNames {
+    const char *category;
+    const char *application;
+};
+
+// Takes four bytes at a time; the low bits can be used as they are.
 class Hash {
   public:
-    void add(const unsigned char *bytes, std::size_t length) {
-        for (std::size_t i = 0; i < length; ++i)
-            value_ = (value_ ^ bytes[i]) * 16777619u;
+    void add(const void *bytes, std::size_t length) {
+        for (std::size_t done = 0; done < length; done += sizeof(std::uint32_t)) {
+            std::uint32_t word = 0;
+            memcpy(&word, static_cast<const char *>(bytes) + done,
+                   std::min(length - done, sizeof word));
+            value_ = (value_ ^ word) * 0x9E3779B1u;
+            value_ ^= value_ >> 15;
+        }
     }
+    // The length, hashed too, tells where one text ends and the next begins.
     void addText(const char *text) {
-        // The NUL tells where one text ends and the next begins.
-        add(reinterpret_cast<const unsigned char *>(text), strnlen(text, kNameSize - 1) + 1);
+        const auto length = static_cast<std::uint32_t>(strnlen(text, kNameSize - 1));
+        add(&length, sizeof length);
+        add(text, length);
     }
-    [[nodiscard]] std::uint32_t value() const { return value_ ^ (value_ >> 15); }
+    [[nodiscard]] std::uint32_t value() const { return value_; }
 
   private:
     std::uint32_t value_ = 2166136261u;
@@ -60,8 +75,8 @@ std::size_t lengthOf(const list_head &head) {
 // The category and application databases, loaded afresh for one pass.
 class Names {
   public:
-    Names() : applications_(load()) {
-        if (!applications_.isUsable())
+    Names() {
+        if (!applications_.reserve(load()))
             return;
         for (list_head *link = applicationList_.next; link != &applicationList_;
              link = link->next) {
@@ -78,16 +93,14 @@ class Names {
         free_app_cat(&categoryList_);
     }
 
-    // Names the candidate's application and category; unknown ids get empty names.
-    void name(TrafficUsageDEntry &candidate, const devid_app_rate_entry &row) {
-        if (row.cat_id == 0 && row.app_id == 0) {
-            copy_text(candidate.appType, "Others");
-            copy_text(candidate.appName, "Others");
-            return;
-        }
+    // What the row is called; unknown ids have empty names.
+    RowNames of(const devid_app_rate_entry &row) {
+        if (row.cat_id == 0 && row.app_id == 0)
+            return {.category = "Others", .application = "Others"};
         const app_cat *category = categories_[row.cat_id];
-        copyName(candidate.appType, category == nullptr ? nullptr : category->cat_name);
-        copyName(candidate.appName, applicationName(row.cat_id, le16toh(row.app_id)));
+        const char *application = applicationName(row.cat_id, le16toh(row.app_id));
+        return {.category = category == nullptr ? "" : category->cat_name,
+                .application = application == nullptr ? "" : application};
     }
 
   private:
@@ -114,45 +127,67 @@ class Names {
         return found == nullptr ? nullptr : found->app_name;
     }
 
-    static void copyName(char (&name)[kNameSize], const char *text) {
-        copy_text(name, text == nullptr ? "" : text);
-    }
-
     list_head applicationList_;
     list_head categoryList_;
     const app_cat *categories_[kCategories] = {}; // the first record of each id
     HashIndex<app_inf> applications_;
 };
 
-// The usage table with an index beside it.
-class IndexedTable {
+// The usage table. Rows keep their order from pass to pass, and so do entries: nearly always the
+// one that is needed stands behind the last one. The first that does not has an index built.
+class TableWalk {
   public:
-    explicit IndexedTable(std::size_t mostNewEntries)
-        : index_(lengthOf(trafficUsageD_table) + mostNewEntries) {
-        if (!index_.isUsable())
-            return;
-        list_head *head = &trafficUsageD_table;
-        for (list_head *link = head->next; link != head; link = link->next) {
-            auto *entry = LIST_RECORD(link, TrafficUsageDEntry, list);
-            index_.add(identityHash(entry), entry);
-        }
-    }
+    // The pass adds at most this many entries.
+    explicit TableWalk(std::size_t mostNewEntries) : mostNewEntries_(mostNewEntries) {}
 
-    void fold(TrafficUsageDEntry &candidate) {
-        if (!index_.isUsable()) {
-            updateTrafficInfo2TrafficUsageDTable(&candidate);
-            return;
-        }
-        const std::uint32_t hash = identityHash(&candidate);
-        TrafficUsageDEntry *known = index_.find(hash, [&](const TrafficUsageDEntry *entry) {
-            return isSameTrafficUsageDEntry(entry, &candidate) == 1;
-        });
+    // Folds the candidate, whose own names say nothing, into the entry of these names.
+    void fold(TrafficUsageDEntry &candidate, const RowNames &names) {
+        TrafficUsageDEntry *known =
+            isNext(candidate, names) ? entryOf(next_) : search(candidate, names);
         TrafficUsageDEntry *entry = foldIntoEntry(known, &candidate);
-        if (known == nullptr && entry != nullptr)
-            index_.add(hash, entry);
+        if (entry == nullptr)
+            return;
+        if (known == nullptr && index_.isUsable())
+            index_.add(identityHash(entry), entry);
+        next_ = entry->list.next;
     }
 
   private:
+    static TrafficUsageDEntry *entryOf(list_head *link) {
+        return LIST_RECORD(link, TrafficUsageDEntry, list);
+    }
+
+    [[nodiscard]] bool isNext(const TrafficUsageDEntry &candidate, const RowNames &names) const {
+        if (next_ == &trafficUsageD_table)
+            return false;
+        const TrafficUsageDEntry *entry = entryOf(next_);
+        return memcmp(entry->macAddress, candidate.macAddress, sizeof entry->macAddress) == 0 &&
+               strncmp(entry->appName, names.application, kNameSize - 1) == 0 &&
+               strncmp(entry->appType, names.category, kNameSize - 1) == 0;
+    }
+
+    // Names the candidate, for it may become an entry.
+    TrafficUsageDEntry *search(TrafficUsageDEntry &candidate, const RowNames &names) {
+        copy_text(candidate.appName, names.application);
+        copy_text(candidate.appType, names.category);
+        if (!hasIndex())
+            return searchTrafficUsageDTable(&candidate);
+        return index_.find(identityHash(&candidate), [&](const TrafficUsageDEntry *entry) {
+            return isSameTrafficUsageDEntry(entry, &candidate) == 1;
+        });
+    }
+
+    bool hasIndex() {
+        if (!index_.isUsable() && index_.reserve(lengthOf(trafficUsageD_table) + mostNewEntries_)) {
+            list_head *head = &trafficUsageD_table;
+            for (list_head *link = head->next; link != head; link = link->next)
+                index_.add(identityHash(entryOf(link)), entryOf(link));
+        }
+        return index_.isUsable();
+    }
+
+    std::size_t mostNewEntries_;
+    list_head *next_ = trafficUsageD_table.next;
     HashIndex<TrafficUsageDEntry> index_;
 };
 
@@ -194,17 +229,19 @@ class RowsByUid {
     static inline std::uint16_t next_[kMostRows];
 };
 
-TrafficUsageDEntry candidateOf(const devid_user_entry &user, const devid_app_rate_entry &row,
-                               std::uint32_t now) {
+TrafficUsageDEntry candidateOf(const devid_user_entry &user, std::uint32_t now) {
     TrafficUsageDEntry candidate{};
     memcpy(candidate.macAddress, user.mac, sizeof candidate.macAddress);
     candidate.vendorId = le16toh(user.os.detail.vendor_id);
     candidate.typeId = le16toh(user.os.detail.type_id);
+    candidate.lastSeenTime = now;
+    return candidate;
+}
+
+void setCounters(TrafficUsageDEntry &candidate, const devid_app_rate_entry &row) {
     candidate.current_uploadBandwidth = static_cast<double>(le64toh(row.up_accl_byte));
     candidate.current_downloadBandwidth = static_cast<double>(le64toh(row.down_accl_byte));
     candidate.trafficStartTime = le32toh(row.last_elapsed_ts);
-    candidate.lastSeenTime = now;
-    return candidate;
 }
 
 void foldAll(const devid_user_entry *users, const devid_app_rate_entry *rows, Names &names,
@@ -215,13 +252,13 @@ void foldAll(const devid_user_entry *users, const devid_app_rate_entry *rows, Na
     for (; userCount < kMostUsers && users[userCount].available != 0; ++userCount)
         joins += rowsByUid.count(users[userCount].uid);
 
-    IndexedTable table(joins);
+    TableWalk table(joins);
     for (int i = 0; i < userCount; ++i) {
+        TrafficUsageDEntry candidate = candidateOf(users[i], now);
         const int first = rowsByUid.first(users[i].uid);
         for (int row = first; row != RowsByUid::kEnd; row = RowsByUid::next(row)) {
-            TrafficUsageDEntry candidate = candidateOf(users[i], rows[row], now);
-            names.name(candidate, rows[row]);
-            table.fold(candidate);
+            setCounters(candidate, rows[row]);
+            table.fold(candidate, names.of(rows[row]));
         }
     }
 }

@@ -7,7 +7,7 @@
 #include "common/text.h"
 #include "trafficUsageDetailsD/debug_log.h"
 #include "trafficUsageDetailsD/device_types.h"
-#include "trafficUsageDetailsD/monitor.h"
+#include "trafficUsageDetailsD/signals.h"
 
 #include <cstdio>
 #include <memory>
@@ -36,6 +36,7 @@ bool addNumber(cJSON *object, const char *key, double value) {
 bool addName(cJSON *object, const char *key, const char *name) {
     char text[kNameSize];
     copy_text(text, name);
+    make_utf8(text); // a name in the table may be cut inside a character
     return cJSON_AddStringToObject(object, key, text) != nullptr;
 }
 
@@ -61,24 +62,51 @@ cJSON *recordObject(const TrafficInfo *record, DeviceTypes &types) {
     return complete ? object.release() : nullptr;
 }
 
-// Moves every record of the buffer into the array and returns how many there were. A record whose
-// object could not be made stays for the next report.
-int takeRecords(cJSON *array) {
-    DeviceTypes types;
+// The slots whose records stand in a document. They stay in the buffer until it is sure to go out.
+struct Taken {
+    bool slot[MAX_ENTRY] = {};
     int count = 0;
+};
+
+// Adds every record of the buffer to the array. One whose object could not be made is not taken.
+Taken addRecords(cJSON *array) {
+    DeviceTypes types;
+    Taken taken;
     for (int i = 0; i < MAX_ENTRY; ++i) {
-        TrafficInfo &slot = trafficBuffer[i];
+        const TrafficInfo &slot = trafficBuffer[i];
         if (isFreeTrafficInfoEntry(&slot) == 1)
             continue;
         dumpAEntry(i, &slot);
         cJSON *object = recordObject(&slot, types);
         if (object == nullptr)
             continue;
-        ++count;
-        resetTrafficInfoEntry(&slot);
+        taken.slot[i] = true;
+        ++taken.count;
         cJSON_AddItemToArray(array, object);
     }
-    return count;
+    return taken;
+}
+
+// The whole document, or null; the buffer stays as it is.
+Document makeDocument(Taken &taken) {
+    Document document(cJSON_CreateObject());
+    Document array(cJSON_CreateArray());
+    if (document == nullptr || array == nullptr)
+        return nullptr;
+    taken = addRecords(array.get());
+    // The key that consumers expect.
+    if (!addNumber(document.get(), "numOfTrafficRecrod", taken.count) ||
+        cJSON_AddItemToObject(document.get(), "trafficInfo", array.get()) == 0)
+        return nullptr;
+    static_cast<void>(array.release()); // the document's from here on
+    return document;
+}
+
+void giveUp(const Taken &taken) {
+    for (int i = 0; i < MAX_ENTRY; ++i) {
+        if (taken.slot[i])
+            resetTrafficInfoEntry(&trafficBuffer[i]);
+    }
 }
 
 } // namespace
@@ -91,27 +119,24 @@ cJSON *trafficInfoToJson(const TrafficInfo *record) {
 }
 
 cJSON *createTrafficUsageDetailObj() {
-    Document document(cJSON_CreateObject());
-    Document array(cJSON_CreateArray());
-    if (document == nullptr || array == nullptr)
-        return nullptr;
-    const int count = takeRecords(array.get());
-    addNumber(document.get(), "numOfTrafficRecrod", count); // the key that consumers expect
-    if (cJSON_AddItemToObject(document.get(), "trafficInfo", array.get()) != 0)
-        static_cast<void>(array.release()); // the document's from here on
+    Taken taken;
+    Document document = makeDocument(taken);
+    if (document != nullptr)
+        giveUp(taken);
     return document.release();
 }
 
 int dumpEntryToJson() {
-    Document document(createTrafficUsageDetailObj());
-    if (document == nullptr)
+    Taken taken;
+    Document document = makeDocument(taken);
+    const PrintedText text(document == nullptr ? nullptr : cJSON_Print(document.get()));
+    if (text == nullptr)
         return 0;
-    const PrintedText printed(cJSON_Print(document.get()));
     document.reset();
-    const char *text = printed == nullptr ? "" : printed.get();
-    ra_output_json_to_file(text, TRAFFIC_USAGE_REPORT_FILE);
+    giveUp(taken);
+    ra_output_json_to_file(text.get(), TRAFFIC_USAGE_REPORT_FILE);
     tud_dbg("%s", kBanner);
-    tud_dbg("%s\n", text);
+    tud_dbg("%s\n", text.get());
     tud_dbg("%s", kBanner);
     return 0;
 }
@@ -137,14 +162,14 @@ int dumpAEntryToJson(TrafficInfo *record) {
     if (record->flags != 0) {
         dumpAEntry(0, record);
         cJSON *object = finalizeTrafficInfo(record) == 0 ? trafficInfoToJson(record) : nullptr;
-        if (object != nullptr) {
+        if (object != nullptr)
             cJSON_AddItemToArray(array.get(), object);
-            resetTrafficInfoEntry(record);
-        }
     }
     constexpr const char *kLine =
         "\n========================================================================";
     const PrintedText text(cJSON_Print(array.get()));
+    if (text != nullptr && cJSON_GetArraySize(array.get()) > 0)
+        resetTrafficInfoEntry(record);
     printf("%s%s%s", kLine, text == nullptr ? "" : text.get(), kLine);
     return 0;
 }

@@ -8,11 +8,14 @@
 // Makes the report, which empties the record buffer, and clears got_sigusr1. Always 0.
 int generateTudJson();
 
-// Builds, writes (to TRAFFIC_USAGE_REPORT_FILE) and releases the document. Always 0.
+// Builds, writes (to TRAFFIC_USAGE_REPORT_FILE) and releases the document. Without memory for the
+// document or its text nothing is written, and every record stays for the next report. Always 0.
 int dumpEntryToJson();
 
-// The document, or null when there was no memory for it. Each record that enters it leaves the
-// buffer, before anything is written. The caller frees it with cJSON_Delete.
+// The whole document, or null, with the buffer untouched, when there was no memory for it. Each
+// record that enters it leaves the buffer, before anything is written; one without memory for its
+// object stays. Names are valid UTF-8, whatever the record holds. The caller frees it with
+// cJSON_Delete.
 cJSON *createTrafficUsageDetailObj();
 
 // One record as an object, or null. The caller frees it with cJSON_Delete.

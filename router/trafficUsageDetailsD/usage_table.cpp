@@ -4,7 +4,6 @@
 #include "platform/nvram.h"
 #include "trafficUsageDetailsD/debug_log.h"
 #include "trafficUsageDetailsD/device_types.h"
-#include "trafficUsageDetailsD/record_buffer.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -77,6 +76,22 @@ int isSameTrafficUsageDEntry(const TrafficUsageDEntry *a, const TrafficUsageDEnt
     return memcmp(a->macAddress, b->macAddress, sizeof a->macAddress) == 0 &&
            strncmp(a->appName, b->appName, kNameSize - 1) == 0 &&
            strncmp(a->appType, b->appType, kNameSize - 1) == 0;
+}
+
+int isTrafficIdle(const TrafficUsageDEntry *a, const TrafficUsageDEntry *b) {
+    if (a == nullptr || b == nullptr)
+        return 0;
+    return a->current_uploadBandwidth == b->current_uploadBandwidth &&
+           a->current_downloadBandwidth == b->current_downloadBandwidth;
+}
+
+int isTrafficInactive(const TrafficUsageDEntry *entry) {
+    return entry != nullptr && entry->active == 0;
+}
+
+int hasCurrentTraffic(const TrafficUsageDEntry *entry) {
+    return entry != nullptr &&
+           (entry->accu_downloadBandWidth > 0 || entry->accu_uploadBandWidth > 0);
 }
 
 TrafficUsageDEntry *searchTrafficUsageDTable(const TrafficUsageDEntry *candidate) {

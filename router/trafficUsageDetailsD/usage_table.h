@@ -52,6 +52,15 @@ TrafficUsageDEntry *searchTrafficUsageDTable(const TrafficUsageDEntry *candidate
 // 1 when both have the same identity; 0 otherwise, or when one is missing.
 int isSameTrafficUsageDEntry(const TrafficUsageDEntry *a, const TrafficUsageDEntry *b);
 
+// 1 when both entries have the same current counters; 0 otherwise or when one is missing.
+int isTrafficIdle(const TrafficUsageDEntry *a, const TrafficUsageDEntry *b);
+
+// 1 when the entry is not active; 0 otherwise or without an entry.
+int isTrafficInactive(const TrafficUsageDEntry *entry);
+
+// 1 when the entry has accumulated traffic; 0 otherwise or without an entry.
+int hasCurrentTraffic(const TrafficUsageDEntry *entry);
+
 // Appends an active entry whose first period is credited with all that the engine has counted so
 // far. 0, also when there is no memory and nothing was added; -1 without a candidate.
 int addNewEntry2TrafficUsageDTable(const TrafficUsageDEntry *candidate);

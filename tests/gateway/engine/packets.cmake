@@ -19,5 +19,4 @@ add_executable(
   packet_test.cpp
 )
 target_link_libraries(packets_test PRIVATE idpfwd_packets test_options GTest::gmock GTest::gtest_main)
-set_target_properties(packets_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
-discover_suite(packets_test)
+finish_suite(packets_test)

@@ -2,6 +2,7 @@
 
 #include "gateway/settings/own_store.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
@@ -219,6 +220,56 @@ TEST_F(Nvram, AFullStoreRefusesWhatDoesNotFitAndKeepsTheRest) {
         EXPECT_EQ(get("0"), large);
         EXPECT_EQ(set("0", ""), 0);
         expectWorkingStore();
+    });
+}
+
+// Fills a store with texts of all sizes, and with pages that were given free.
+static void fillStore() {
+    for (int i = 0; i < 60; ++i)
+        set("setting" + std::to_string(i % 40), std::string(i * 97 % 3000, 'v'));
+}
+
+TEST_F(Nvram, ADamagedStoreIsToldOfAndEndsNoProcess) {
+    inProcess(fillStore);
+    const std::string good = contents(folder / "data.mdb");
+    ASSERT_GT(good.size(), 20U * 4096);
+    int told = 0;
+    for (std::size_t page = 0; page < good.size() / 4096; ++page) {
+        std::string damaged = good;
+        if (page % 3 == 0)
+            damaged.resize(page * 4096 + 2000);
+        else
+            damaged.replace(page * 4096, 200, 200, page % 3 == 1 ? '\0' : '\x7f');
+        std::ofstream(folder / "data.mdb", std::ios::binary) << damaged;
+        const pid_t process = startProcess([&] {
+            testing::internal::CaptureStderr();
+            for (int i = 0; i < 40; ++i)
+                get("setting" + std::to_string(i));
+            const int result = set("more", "x");
+            const std::string said = testing::internal::GetCapturedStderr();
+            EXPECT_EQ(std::ranges::count(said, '\n'), result == 0 ? 0 : 1) << said;
+            _exit(testing::Test::HasFailure() ? 1 : 0);
+        });
+        EXPECT_EQ(statusOf(process), 0) << page;
+        told += contents(folder / "data.mdb") == damaged ? 1 : 0; // it was left as it is
+    }
+    EXPECT_GT(told, 10);
+}
+
+TEST_F(Nvram, AStoreThatIsCutWhileItIsOpenEndsNoProcess) {
+    inProcess([this] {
+        fillStore();
+        EXPECT_NE(get("setting5"), "");
+        std::filesystem::resize_file(folder / "data.mdb", 3 * 4096);
+        EXPECT_EQ(get("setting5"), "");
+        EXPECT_EQ(set("name", "value"), -1);
+    });
+}
+
+TEST_F(Nvram, CommandsInheritNothingOfTheStore) {
+    inProcess([] {
+        expectWorkingStore();
+        EXPECT_NE(system("ls -l /proc/self/fd | grep -q mdb"), 0);
     });
 }
 

@@ -2,6 +2,7 @@
 
 #include "board/bd_util.h"
 #include "router/board/flash_sim.h"
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <cerrno>
@@ -87,10 +88,20 @@ TEST_F(Mtd, AGeometryOrLengthThatCannotBeRightIsRefusedBeforeAnyErase) {
     }
 }
 
-TEST_F(Mtd, AnImageThatIsTooShortIsNotRead) {
-    std::vector<unsigned char> image(MTD_IMAGE_SIZE);
+TEST_F(Mtd, AnImageThatIsTooShortOrUnreadableIsNotTaken) {
+    const std::vector<unsigned char> untouched(MTD_IMAGE_SIZE, 'u');
+    std::vector<unsigned char> image = untouched;
     rig::writeFile("/dev/mtdblock9", std::string(MTD_IMAGE_SIZE - 1, 'i'));
     EXPECT_EQ(read_mtd_data(image.data(), "/dev/mtdblock9"), -1);
+    rig::writeFile("/dev/mtdblock9", std::string(MTD_IMAGE_SIZE, 'i'));
+    for (const off_t unreadable : {0, MTD_IMAGE_SIZE - 4096}) {
+        const rig::ReadError error("/dev/mtdblock9", unreadable);
+        const auto run = [&] { EXPECT_EQ(read_mtd_data(image.data(), "/dev/mtdblock9"), -1); };
+        EXPECT_EQ(rig::standardError(run), "/dev/mtdblock9: Input/output error\n");
+        EXPECT_TRUE(image == untouched);
+    }
+    EXPECT_EQ(read_mtd_data(image.data(), "/dev/mtdblock9"), 0);
+    EXPECT_EQ(image.back(), 'i');
 }
 
 namespace {

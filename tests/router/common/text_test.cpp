@@ -15,6 +15,28 @@ TEST(Text, CopiesAndFormatsAreCutAtTheBufferAndTerminated) {
     EXPECT_STREQ(text, "123");
 }
 
+TEST(Text, WhatIsNoUtf8IsReplacedAndACutCharacterGoes) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"", ""},
+        {"a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xed\x9f\xbf\xf4\x8f\xbf\xbfz",
+         "a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xed\x9f\xbf\xf4\x8f\xbf\xbfz"},
+        {"ab\xc3", "ab"},
+        {"ab\xe2\x82", "ab"},
+        {"ab\xf0\x9f\x98", "ab"},
+        {"caf\xe9 \x80\xff", "caf? ??"},
+        {"\xc0\xaf\xc1\x81\xe0\x9f\xbf\xf0\x8f\xbf\xbf", "???????????"},
+        {"\xed\xa0\x80\xf4\x90\x80\x80\xf5\x80", "?????????"},
+        {"\xe2\x82"
+         "a\xe2\xc3\xa9",
+         "??a?\xc3\xa9"}};
+    for (const auto &[given, expected] : rows) {
+        char text[40];
+        copy_text(text, given);
+        make_utf8(text);
+        EXPECT_STREQ(text, expected);
+    }
+}
+
 TEST(Text, MacNeedsSixGroups) {
     unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
     for (const char *text : {"AA:BB:CC:DD:EE", "AA:BB:CC:DD:EE:GG", "AAA:BB:CC:DD:EE:FF"})

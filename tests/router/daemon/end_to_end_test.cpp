@@ -16,7 +16,9 @@
 #include <gmock/gmock.h>
 #include <random>
 #include <regex>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -280,6 +282,29 @@ TEST_F(EndToEnd, ATerminationDuringAPassEndsItWithNothingFurtherReported) {
     EXPECT_EQ(rig::recordedCommands().size(), 1u);
     EXPECT_THAT(slurp(kReport), HasSubstr("\"numOfTrafficRecrod\":\t294"));
     EXPECT_FALSE(rig::fileExists(kPidFile));
+}
+
+TEST_F(EndToEnd, ATerminationEndsItAlthoughItsStarterBlocksSignalsAndItsLogIsStuck) {
+    playQuietDevice(2);
+    set("tud_dbg=1");
+    ASSERT_EQ(mkfifo(kOutput, 0600), 0);
+    const int log = open(kOutput, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const int size = fcntl(log, F_SETPIPE_SZ, 4096);
+    sigset_t termination;
+    sigset_t before;
+    sigemptyset(&termination);
+    sigaddset(&termination, SIGTERM);
+    sigprocmask(SIG_BLOCK, &termination, &before);
+    startForGood();
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    waitFor("the full pipe", [&] {
+        int held = 0;
+        return ioctl(log, FIONREAD, &held) == 0 && held > size - 100;
+    });
+    kill(daemon, SIGTERM);
+    EXPECT_EQ(daemonsEnd(), 0);
+    EXPECT_FALSE(rig::fileExists(kPidFile));
+    close(log);
 }
 
 TEST_F(EndToEnd, WaitsForItsSwitchAndNeedsNoEngineNoPidFileAndNoReportDirectory) {

@@ -22,6 +22,9 @@ TEST_F(AccessControlList, ASetterWritesItsOwnFieldAndAppendsWhatIsNotListed) {
     EXPECT_STREQ(get_mac_devName(macOf(2)), "--") << "without a status it is free to readers";
     set_mac_status(macOf(3), 0);
     EXPECT_EQ(ac_mac_list[2].status, 0) << "and taken to writers";
+    EXPECT_EQ(get_mac_status(macOf(3)), 1) << "and hides what is behind it";
+    set_mac_status(macOf(2), 1);
+    EXPECT_EQ(get_mac_status(macOf(3)), 0);
     set_mac_devName(macOf(2), nullptr); // slot 0, whoever is meant
     EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000001 0 1 0 --");
 }

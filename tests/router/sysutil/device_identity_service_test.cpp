@@ -2,8 +2,11 @@
 
 #include "support/fixture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <ranges>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -31,6 +34,16 @@ TEST_F(DeviceIdentityService, FactsAreTakenByTheirKeyAndStayInTheirFields) {
     EXPECT_EQ(out.options, std::string(91, 'p')) << "of the line's first piece";
 }
 
+TEST_F(DeviceIdentityService, ATextThatNamesNoFactsFileOpensNothing) {
+    rig::writeFile("/tmp/facts", "head\nvendor v\n");
+    std::filesystem::create_directories("/tmp/dhcp_info_for_fing/");
+    for (const char *text : {"", ".", "..", "../facts", "/facts"}) {
+        dhcpInfo out{};
+        EXPECT_EQ(getDhcpInfoByMac(text, &out), -1) << text;
+        EXPECT_STREQ(out.vendor, "");
+    }
+}
+
 TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {
     devIdMessage message{{1, 2, 3}};
     message.bytes[459] = 4;
@@ -42,6 +55,10 @@ TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {
     unsigned char received[1000];
     EXPECT_EQ(recv(daemon, received, sizeof received, MSG_DONTWAIT), 460);
     EXPECT_EQ(memcmp(received, message.bytes, sizeof message.bytes), 0);
+    alarm(20); // a daemon that hangs lets its queue fill up, and nobody waits for it
+    rig::standardOutput(
+        [&] { std::ranges::for_each(std::views::iota(0, 2000), [&](int) { send(); }); });
+    alarm(0);
     close(daemon);
     const auto sendWithoutDescriptors = [&] {
         const rlimit none{0, 0};

@@ -2,6 +2,8 @@
 
 #include "support/fixture.h"
 
+#include <csignal>
+
 namespace {
 
 using FirmwareUpdate = rig::Fixture;
@@ -32,6 +34,13 @@ TEST_F(FirmwareUpdate, MarkersAreSeenOnceTheyAreSet) {
     EXPECT_EQ(check_upgrade_status() - is_fw_upgrading(), 1);
     EXPECT_EQ(set_fw_is_upgrading(), 0);
     EXPECT_EQ(is_fw_upgrading(), 1);
+}
+
+TEST_F(FirmwareUpdate, WhereChildrenAreNotWaitedForAStatusIsWrittenButNotKnown) {
+    const auto before = signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(set_fw_check_status("/tmp/status", 7), -1);
+    signal(SIGCHLD, before);
+    EXPECT_EQ(get_fw_check_status("/tmp/status"), 7);
 }
 
 TEST_F(FirmwareUpdate, TheImageHasItsSizeAndTheRegionItsFolder) {

@@ -1,5 +1,9 @@
 #include "device_lists.h"
 
+#include <csignal>
+#include <filesystem>
+#include <sys/resource.h>
+
 namespace {
 
 constexpr const char *kConfig = "/tmp/trend/qos.conf";
@@ -28,11 +32,35 @@ TEST_F(IqosConfig, ADeviceMovesToEveryPlaceOfItsGroup) {
     }
 }
 
-TEST_F(IqosConfig, WithoutACopyTheFileStaysAsItWas) {
-    rig::writeFile(kConfig, kOriginal);
-    rig::fakeCommand("cp");
-    EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1);
-    EXPECT_EQ(rig::readFile(kConfig), kOriginal);
+// What cp can do wrong, by itself and once the first pass is through; an older copy lies about.
+TEST_F(IqosConfig, WithoutAWholeCopyTheFileLosesNothing) {
+    const std::string second =
+        "[ -e /tmp/second ] || { : >/tmp/second; exec busybox cp \"$@\"; }\n";
+    for (const char *fault : {"exit 1", "busybox head -c 9 $1 >$2; exit 1", ": >$2"}) {
+        for (const bool later : {false, true}) {
+            rig::writeFile(kConfig, kOriginal);
+            rig::writeFile("/tmp/trend/qos.conf.tmp", "older");
+            std::filesystem::remove("/tmp/second");
+            rig::fakeCommand("cp", (later ? second : "") + fault);
+            EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1) << fault;
+            EXPECT_EQ(rig::readFile(kConfig), later ? kWithout : kOriginal) << fault;
+        }
+    }
+}
+
+// The file size limit stands for a full disk: what is written last does not fit.
+TEST_F(IqosConfig, AConfigurationThatCannotBeWrittenIsPutBack) {
+    const std::string large = "{2}\n" + std::string(20000, 'x');
+    rig::writeFile(kConfig, large);
+    const rlimit limit{large.size(), RLIM_INFINITY};
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const int result = iqos_set_priority_by_mac(1, macOf(1));
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(rig::readFile(kConfig), large);
 }
 
 TEST_F(IqosConfig, AMissingFileIsMadeAndItsCopyIsWhatIsMissed) {

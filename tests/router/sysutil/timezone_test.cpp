@@ -56,7 +56,8 @@ TEST_F(Timezone, AZoneGivenInHoursIsNormalisedAndStoredIfItDiffers) {
     } rows[] = {{"-3.5", "-35", "13"}, {"-3.50 h", "-35", ""}, {"+5.5", "+55", "30"},
                 {"-8", "-8", "4"},     {"14", "+13", "44"},    {"13.01", "+13", ""},
                 {"-inf", "-12", "0"},  {"5.5", "+6", "31"},    {"10", "10", "39"},
-                {"nan", "nan", ""},    {"-2.5", "--1", "18"},  {"-11.5", "--1", ""}};
+                {"nan", "nan", ""},    {"noon", "noon", "18"}, {"-2.5", "--1", "18"},
+                {"-11.5", "--1", ""}};
     for (const auto &row : rows) {
         rig::setSetting("timezone_index", "");
         std::vector<char> text(row.given, row.given + strlen(row.given) + 1);

@@ -1,0 +1,2 @@
+// Must not compile: the router's wing sees nothing of the gateway's.
+#include "engine/tables.h"

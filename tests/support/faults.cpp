@@ -1,0 +1,268 @@
+#include "support/faults.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cjson/cJSON.h>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace rig {
+namespace {
+
+struct Plan {
+    Call call;
+    std::size_t n;
+    bool forGood;
+};
+std::optional<Plan> plan;
+std::set<FILE *> failedStreams;
+
+// Where a child counts as well: that it could not execute is seen by nobody else.
+std::atomic<std::size_t> &count() {
+    static auto *shared = static_cast<std::atomic<std::size_t> *>(
+        mmap(nullptr, sizeof(std::atomic<std::size_t>), PROT_READ | PROT_WRITE,
+             MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    return *shared;
+}
+
+struct BadPages {
+    ino_t file;
+    off_t from;
+};
+std::optional<BadPages> badPages;
+
+bool touchesBadPages(int descriptor, off_t end) {
+    struct stat status;
+    return badPages && fstat(descriptor, &status) == 0 && status.st_ino == badPages->file &&
+           end > badPages->from;
+}
+
+// Counts a call. Whether it has to fail, with errno set.
+bool fails(Call call, int error) {
+    if (!plan || plan->call != call)
+        return false;
+    const std::size_t number = ++count();
+    if (plan->forGood ? number < plan->n : number != plan->n)
+        return false;
+    errno = error;
+    return true;
+}
+
+bool streamFails(Call call, int error, FILE *stream) {
+    if (stream == stdout || stream == stderr || !fails(call, error))
+        return false;
+    failedStreams.insert(stream);
+    return true;
+}
+
+std::size_t openDescriptors() {
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+} // namespace
+
+std::string nameOf(Call call) {
+    constexpr const char *kNames[] = {"allocation", "open",  "read", "write",
+                                      "close",      "ioctl", "fork", "execution"};
+    return kNames[static_cast<std::size_t>(call)];
+}
+
+Fault::Fault(Call call, std::size_t n, bool forGood) {
+    count() = 0;
+    failedStreams.clear();
+    plan = {call, n, forGood};
+}
+
+Fault::~Fault() {
+    plan.reset();
+}
+
+bool Fault::hasHappened() const {
+    return count() >= plan->n;
+}
+
+ReadError::ReadError(const char *path, off_t at) {
+    struct stat status {};
+    EXPECT_EQ(stat(path, &status), 0);
+    badPages = {status.st_ino, at};
+}
+
+ReadError::~ReadError() {
+    badPages.reset();
+}
+
+} // namespace rig
+
+using rig::Call;
+using rig::fails;
+using rig::streamFails;
+
+// The linker sends every call of a name here instead, and leaves the call itself as __real_name.
+#define INTERPOSE(result, name, ...)   \
+    result __real_##name(__VA_ARGS__); \
+    result __wrap_##name(__VA_ARGS__); \
+    result __wrap_##name(__VA_ARGS__)
+
+extern "C" {
+INTERPOSE(void *, malloc, std::size_t size) {
+    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_malloc(size);
+}
+
+INTERPOSE(void *, calloc, std::size_t count, std::size_t size) {
+    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_calloc(count, size);
+}
+
+INTERPOSE(char *, strdup, const char *text) {
+    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_strdup(text);
+}
+
+INTERPOSE(void *, mmap, void *at, std::size_t size, int protection, int flags, int file,
+          off_t offset) {
+    EXPECT_FALSE(rig::touchesBadPages(file, offset + static_cast<off_t>(size))) << "mapped";
+    return fails(Call::kAllocate, ENOMEM) ? MAP_FAILED
+                                          : __real_mmap(at, size, protection, flags, file, offset);
+}
+
+INTERPOSE(FILE *, fopen, const char *path, const char *mode) {
+    return fails(Call::kOpen, EMFILE) ? nullptr : __real_fopen(path, mode);
+}
+
+INTERPOSE(int, open, const char *path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const auto mode = va_arg(arguments, unsigned int);
+    va_end(arguments);
+    return fails(Call::kOpen, EMFILE) ? -1 : __real_open(path, flags, mode);
+}
+
+INTERPOSE(int, socket, int domain, int type, int protocol) {
+    return fails(Call::kOpen, EMFILE) ? -1 : __real_socket(domain, type, protocol);
+}
+
+INTERPOSE(ssize_t, read, int descriptor, void *data, std::size_t size) {
+    return fails(Call::kRead, EIO) ? -1 : __real_read(descriptor, data, size);
+}
+
+INTERPOSE(ssize_t, pread, int descriptor, void *data, std::size_t size, off_t at) {
+    if (rig::touchesBadPages(descriptor, at + static_cast<off_t>(size))) {
+        errno = EIO;
+        return -1;
+    }
+    return fails(Call::kRead, EIO) ? -1 : __real_pread(descriptor, data, size, at);
+}
+
+INTERPOSE(char *, fgets, char *line, int size, FILE *stream) {
+    return streamFails(Call::kRead, EIO, stream) ? nullptr : __real_fgets(line, size, stream);
+}
+
+INTERPOSE(std::size_t, fread, void *data, std::size_t size, std::size_t count, FILE *stream) {
+    return streamFails(Call::kRead, EIO, stream) ? 0 : __real_fread(data, size, count, stream);
+}
+
+INTERPOSE(ssize_t, write, int descriptor, const void *data, std::size_t size) {
+    return fails(Call::kWrite, ENOSPC) ? -1 : __real_write(descriptor, data, size);
+}
+
+INTERPOSE(int, fputs, const char *text, FILE *stream) {
+    return streamFails(Call::kWrite, ENOSPC, stream) ? EOF : __real_fputs(text, stream);
+}
+
+INTERPOSE(int, fprintf, FILE *stream, const char *format, ...) {
+    if (streamFails(Call::kWrite, ENOSPC, stream))
+        return -1;
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = vfprintf(stream, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+INTERPOSE(int, fflush, FILE *stream) {
+    return stream != nullptr && streamFails(Call::kWrite, ENOSPC, stream) ? EOF
+                                                                          : __real_fflush(stream);
+}
+
+INTERPOSE(int, ftruncate, int descriptor, off_t size) {
+    return fails(Call::kWrite, EIO) ? -1 : __real_ftruncate(descriptor, size);
+}
+
+INTERPOSE(int, ferror, FILE *stream) {
+    return rig::failedStreams.contains(stream) ? 1 : __real_ferror(stream);
+}
+
+INTERPOSE(int, close, int descriptor) {
+    const int result = __real_close(descriptor);
+    return fails(Call::kClose, EIO) ? -1 : result;
+}
+
+INTERPOSE(int, fclose, FILE *stream) {
+    const bool failed = rig::failedStreams.erase(stream) != 0;
+    const int result = __real_fclose(stream);
+    if (failed)
+        errno = ENOSPC;
+    return failed || fails(Call::kClose, EIO) ? EOF : result;
+}
+
+INTERPOSE(int, ioctl, int descriptor, unsigned long request, ...) {
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    return fails(Call::kIoctl, EIO) ? -1 : __real_ioctl(descriptor, request, argument);
+}
+
+INTERPOSE(pid_t, fork) {
+    return fails(Call::kFork, EAGAIN) ? -1 : __real_fork();
+}
+
+INTERPOSE(int, system, const char *command) {
+    if (fails(Call::kFork, EAGAIN))
+        return -1;
+    return fails(Call::kExecute, ENOENT) ? 127 << 8 : __real_system(command);
+}
+
+INTERPOSE(int, execvp, const char *file, char *const arguments[]) {
+    return fails(Call::kExecute, ENOENT) ? -1 : __real_execvp(file, arguments);
+}
+}
+
+namespace rig {
+
+void failEveryCall(const std::function<void()> &prepare, const std::function<void()> &body,
+                   const std::function<void()> &check) {
+    cJSON_Hooks hooks{__wrap_malloc, free};
+    cJSON_InitHooks(&hooks);
+    for (const Call call : kEveryCall) {
+        bool happened = true;
+        for (std::size_t n = 1; happened && !testing::Test::HasFailure(); ++n) {
+            for (const bool forGood : {false, true}) {
+                SCOPED_TRACE(nameOf(call) + " " + std::to_string(n) + (forGood ? " and on" : ""));
+                prepare();
+                const std::size_t before = openDescriptors();
+                {
+                    const Fault fault(call, n, forGood);
+                    body();
+                    happened = fault.hasHappened();
+                }
+                EXPECT_EQ(openDescriptors(), before) << "a descriptor is left";
+                EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+                check();
+            }
+        }
+    }
+    cJSON_InitHooks(nullptr);
+}
+
+} // namespace rig
