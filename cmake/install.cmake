@@ -125,6 +125,7 @@ if(WORKSTATION)
       RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/traffic-usage
       COMPONENT gateway
     )
+    install_man_page(aws_json 8 gateway)
   endif()
 endif()
 if(WORKSTATION AND SYSTEMD_UNIT_DIR)
