@@ -76,6 +76,13 @@ target_include_directories(
   gateway_options INTERFACE ${PROJECT_SOURCE_DIR}/gateway ${PROJECT_SOURCE_DIR}/router
 )
 
+# Ordinary C++ that runs at an operator's; it sees nothing but its own wing.
+add_library(fleet_options INTERFACE)
+target_link_libraries(fleet_options INTERFACE common_options)
+target_include_directories(fleet_options INTERFACE ${PROJECT_SOURCE_DIR}/fleet)
+# A server's program is built for speed where a router's is built for size.
+target_compile_options(fleet_options INTERFACE $<$<CONFIG:MinSizeRel>:-O2>)
+
 # Tests, fuzz targets and benchmarks: what they share stands below tests/, fuzz/ and bench/.
 add_library(test_options INTERFACE)
 target_link_libraries(test_options INTERFACE gateway_options)
