@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -27,6 +28,11 @@ struct FlashSim {
     // done by a short count.
     std::size_t failingCall = 0;
     bool halfDone = false;
+    bool forGood = false; // and all that follow, as when the power is gone
+
+    // NAND: a write is of whole pages, and a bad block is not to be erased.
+    std::uint32_t pageSize = 1;
+    std::optional<std::uint32_t> badBlock;
 
     // "info", "unlock <start>", "erase <start>", "write <size>", "read 10".
     std::vector<std::string> calls;
