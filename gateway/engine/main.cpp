@@ -1,5 +1,6 @@
 // idpfwd: serves a scenario's or a network's facts to the callers of "/dev/idpfw".
 #include "dpi/usr_ioctl.h"
+#include "engine/confinement.h"
 #include "engine/database_files.h"
 #include "engine/device/device_socket.h"
 #include "engine/dump.h"
@@ -16,6 +17,8 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <unistd.h>
+#include <utility>
 
 namespace idpfwd {
 namespace {
@@ -29,7 +32,10 @@ std::unique_ptr<Source> openPackets([[maybe_unused]] const Options &options, std
                                 .gatewayMac = options.gatewayMac,
                                 .forgetSeconds = options.forgetSeconds,
                                 .fast = options.fast,
-                                .databases = options.databases};
+                                .databases = options.databases,
+                                .memory = options.memory,
+                                .ring = options.ring,
+                                .readers = options.readers};
     return options.source == SourceKind::kInterface ? openInterface(packets, error)
                                                     : openCapture(packets, error);
 #else
@@ -80,15 +86,44 @@ void sayOverflow(const Tables &tables, const char *when) {
     const Overflow &overflow = tables.overflow();
     std::cerr << kTool << when << ": " << overflow.users << " devices and " << overflow.rows
               << " (device, application) pairs did not fit, with " << overflow.packets
-              << " packets and " << overflow.bytes << " bytes" << std::endl;
+              << " packets and " << overflow.bytes << " bytes";
+    const char *lead = "; lately refused: ";
+    for (const RefusedDevice &device : tables.refused().latest(3))
+        std::cerr << std::exchange(lead, ", ") << formatMac(device.mac.data());
+    std::cerr << std::endl;
 }
 
-void writeDump(const Options &options, const Source &source) {
+std::filesystem::path dumpFolder(const Options &options) {
+    const std::filesystem::path file(options.dumpFile);
+    return file.has_parent_path() ? file.parent_path() : ".";
+}
+
+// What is not in the tables, although it was captured, or should have been.
+void sayLosses(const Source &source) {
+    const Tables &tables = source.tables;
+    if (tables.overflow().any())
+        sayOverflow(tables, "at the end");
+    const Forgotten &forgotten = tables.forgotten();
+    if (forgotten.any())
+        std::cerr << kTool << "at the end: " << forgotten.users << " devices were forgotten, with "
+                  << forgotten.packets << " packets and " << forgotten.bytes << " bytes"
+                  << std::endl;
+    const Capped &capped = tables.capped();
+    if (capped.packets != 0)
+        std::cerr << kTool << "at the end: " << capped.packets
+                  << " packets claimed more than a frame can have, by " << capped.bytes << " bytes"
+                  << std::endl;
+    if (const auto drops = source.captureDrops())
+        std::cerr << kTool << "at the end: the kernel dropped " << *drops << " packets"
+                  << std::endl;
+}
+
+void writeDump(const Options &options, Source &source) {
     if (options.dumpFile.empty())
         return;
+    const auto locked = source.lockTables();
     const std::filesystem::path file(options.dumpFile);
-    const auto folder = file.has_parent_path() ? file.parent_path() : ".";
-    if (!writeWhole(folder, file.filename(), dumpTables(source)))
+    if (!writeWhole(dumpFolder(options), file.filename(), dumpTables(source)))
         std::cerr << kTool << "cannot write " << options.dumpFile << ": " << strerror(errno)
                   << std::endl;
 }
@@ -98,15 +133,43 @@ int fail(const std::string &error) {
     return 1;
 }
 
+// The folder of the dump has to be written to with the rights that are left.
+bool dumpIsPossible(const Options &options, std::string &error) {
+    const std::filesystem::path folder = dumpFolder(options);
+    if (options.dumpFile.empty() || access(folder.c_str(), W_OK) == 0 || errno == ENOENT)
+        return true;
+    error = "cannot write " + options.dumpFile + ": " + strerror(errno);
+    return false;
+}
+
+struct Opened {
+    std::unique_ptr<Source> source;
+    std::unique_ptr<Device> device;
+};
+
+// Opens both, and goes on with no more rights than they need from then on. A file may be one that
+// only root reads, a device is made where only root may; an interface needs one right, which stays.
+bool open(const Options &options, Opened &opened, std::string &error) {
+    const bool live = options.source == SourceKind::kInterface;
+    if (!live && (opened.source = openSource(options, error)) == nullptr)
+        return false;
+    if ((opened.device = openDevice(options, error)) == nullptr)
+        return false;
+    const Needs needs{.packets = live, .callersMemory = opened.device->reachesIntoCallers()};
+    dropRights(needs);
+    if (live && (opened.source = openSource(options, error)) == nullptr)
+        return false;
+    filterCalls(needs);
+    return dumpIsPossible(options, error);
+}
+
 int run(const Options &options) {
     blockSignals();
     std::string error;
-    const auto source = openSource(options, error);
-    if (source == nullptr)
+    Opened opened;
+    if (!open(options, opened, error))
         return fail(error);
-    const auto device = openDevice(options, error);
-    if (device == nullptr)
-        return fail(error);
+    const auto &[source, device] = opened;
     const LoopEvents events{
         .ready =
             [&] {
@@ -119,9 +182,9 @@ int run(const Options &options) {
         .dump = [&] { writeDump(options, *source); },
     };
     error = runLoop(*source, *device, events);
+    source->stop();
     writeDump(options, *source);
-    if (source->tables.overflow().any())
-        sayOverflow(source->tables, "at the end");
+    sayLosses(*source);
     return error.empty() ? 0 : fail(error);
 }
 

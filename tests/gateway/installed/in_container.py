@@ -127,6 +127,14 @@ def what_fails_comes_back():
     ask_for_report()  # the daemon has found the new engine
 
 
+def an_upgrade_starts_what_ran_anew():
+    before = main_pid("idpfwd@br0"), main_pid("trafficUsageDetailsD@br0")
+    run("sh", "-c", "dpkg --install /root/check/*.deb")
+    wait_until(lambda: is_active("trafficUsageDetailsD@br0"), "the daemon after an upgrade")
+    after = main_pid("idpfwd@br0"), main_pid("trafficUsageDetailsD@br0")
+    assert not set(before) & set(after), f"{before} became {after}"
+
+
 def reports_are_refused_with_a_reason():
     settings = {"NVRAM_DIR": "/var/lib/trafficUsageDetailsD/br0/settings"}
     nvram = ["env", *(f"{name}={value}" for name, value in settings.items()), "nvram", "set"]
@@ -161,6 +169,7 @@ def first_boot():
     the_report_agrees_with_the_engine(lan)
     instances_keep_apart()
     what_fails_comes_back()
+    an_upgrade_starts_what_ran_anew()
     reports_are_refused_with_a_reason()
     nothing_is_for_others_to_write()
     assert list(victim.iterdir()) == []
