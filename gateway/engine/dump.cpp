@@ -94,16 +94,38 @@ std::string dumpUser(const devid_user_entry &user, const Source &source) {
            member("rows", "[" + rows + "]") + "}";
 }
 
+std::string dumpRefused(const Tables &tables) {
+    constexpr std::size_t kMost = 64;
+    std::string devices;
+    for (const RefusedDevice &device : tables.refused().latest(kMost))
+        devices += (devices.empty() ? "\n  {" : ",\n  {") +
+                   member("mac", quoted(formatMac(device.mac.data()))) + ", " +
+                   member("packets", device.packets) + ", " + member("bytes", device.bytes) + "}";
+    return "[" + devices + "]";
+}
+
+// What Overflow and Forgotten have in common.
+template <typename Lost>
+std::string dumpLost(const Lost &lost) {
+    return "{" + member("users", lost.users) + ", " + member("rows", lost.rows) + ", " +
+           member("packets", lost.packets) + ", " + member("bytes", lost.bytes) + "}";
+}
+
 } // namespace
 
 std::string dumpTables(const Source &source) {
+    const Tables &tables = source.tables;
     std::string users;
-    for (const auto &user : source.tables.users())
+    for (const auto &user : tables.users())
         users += (users.empty() ? "\n  " : ",\n  ") + dumpUser(user, source);
-    const Overflow &overflow = source.tables.overflow();
-    return "{" + member("users", "[" + users + "]") + ",\n " + "\"overflow\": {" +
-           member("users", overflow.users) + ", " + member("rows", overflow.rows) + ", " +
-           member("packets", overflow.packets) + ", " + member("bytes", overflow.bytes) + "}}\n";
+    const auto drops = source.captureDrops();
+    const std::string capped = "{" + member("packets", tables.capped().packets) + ", " +
+                               member("bytes", tables.capped().bytes) + "}";
+    return "{" + member("users", "[" + users + "]") + ",\n " +
+           member("overflow", dumpLost(tables.overflow())) + ",\n " +
+           member("refused", dumpRefused(tables)) + ",\n " +
+           member("forgotten", dumpLost(tables.forgotten())) + ",\n " + member("capped", capped) +
+           ",\n " + member("capture_drops", drops ? std::to_string(*drops) : "null") + "}\n";
 }
 
 } // namespace idpfwd

@@ -1,7 +1,8 @@
 /*
- * The one request that idpfwd answers beside the fixed protocol: what a caller needs to tell one life
- * of the engine from the next, and what the engine could not count. Sent like any other request, with
- * run_ioctl: number IDPFWD_REQUEST_STATE, nr IDPFWD_NR_STATE, op IDPFWD_OP_STATE, out and out_len.
+ * The one request that idpfwd answers beside the fixed protocol: what a caller needs to tell one
+ * life of the engine from the next, and what the engine could not count. Sent like any other
+ * request, with run_ioctl: number IDPFWD_REQUEST_STATE, nr IDPFWD_NR_STATE, op IDPFWD_OP_STATE, out
+ * and out_len.
  *
  * Another engine refuses it (ENOTTY, -2 from run_ioctl). The record may grow at its end: a caller
  * zeroes its own, and takes the length that the engine reports as the part that it was given.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <sys/signalfd.h>
@@ -42,6 +43,26 @@ class Once {
     bool called_ = false;
 };
 
+// Calls back when a number has grown, at most once in a while.
+class Growth {
+  public:
+    explicit Growth(const std::function<void()> &callback) : callback_(callback) {}
+    void look(std::uint64_t number) {
+        constexpr auto kPause = std::chrono::minutes(1);
+        const auto now = std::chrono::steady_clock::now();
+        if (number == said_ || (said_ != 0 && now < next_))
+            return;
+        said_ = number;
+        next_ = now + kPause;
+        callback_();
+    }
+
+  private:
+    const std::function<void()> &callback_;
+    std::uint64_t said_ = 0;
+    std::chrono::steady_clock::time_point next_;
+};
+
 // False when the engine is to end.
 bool takeSignals(int signals, const LoopEvents &events) {
     signalfd_siginfo taken{};
@@ -67,12 +88,11 @@ std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
     RequestServer server(source);
     Once ready(events.ready);
     Once finished(events.finished);
-    Once overflow(events.overflow);
+    Growth overflow(events.overflow);
     std::vector<pollfd> watched;
-    while (device.failure().empty()) {
+    while (device.failure().empty() && source.failure().empty()) {
         ready.when(device.ready());
         finished.when(source.finished());
-        overflow.when(source.tables.overflow().any());
         watched = {{.fd = signals.get(), .events = POLLIN, .revents = 0},
                    {.fd = source.descriptor(), .events = POLLIN, .revents = 0}};
         device.watch(watched);
@@ -83,9 +103,12 @@ std::string runLoop(Source &source, Device &device, const LoopEvents &events) {
         if (watched[0].revents != 0 && !takeSignals(signals.get(), events))
             return "";
         source.work();
+        const auto locked = source.lockTables();
         device.serve(std::span(watched).subspan(2), server);
+        const Overflow &refused = source.tables.overflow();
+        overflow.look(refused.users + refused.rows + refused.packets);
     }
-    return device.failure();
+    return device.failure().empty() ? source.failure() : device.failure();
 }
 
 } // namespace idpfwd

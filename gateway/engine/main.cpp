@@ -18,6 +18,7 @@
 #include <cstring>
 #include <iostream>
 #include <unistd.h>
+#include <utility>
 
 namespace idpfwd {
 namespace {
@@ -31,7 +32,10 @@ std::unique_ptr<Source> openPackets([[maybe_unused]] const Options &options, std
                                 .gatewayMac = options.gatewayMac,
                                 .forgetSeconds = options.forgetSeconds,
                                 .fast = options.fast,
-                                .databases = options.databases};
+                                .databases = options.databases,
+                                .memory = options.memory,
+                                .ring = options.ring,
+                                .readers = options.readers};
     return options.source == SourceKind::kInterface ? openInterface(packets, error)
                                                     : openCapture(packets, error);
 #else
@@ -82,7 +86,11 @@ void sayOverflow(const Tables &tables, const char *when) {
     const Overflow &overflow = tables.overflow();
     std::cerr << kTool << when << ": " << overflow.users << " devices and " << overflow.rows
               << " (device, application) pairs did not fit, with " << overflow.packets
-              << " packets and " << overflow.bytes << " bytes" << std::endl;
+              << " packets and " << overflow.bytes << " bytes";
+    const char *lead = "; lately refused: ";
+    for (const RefusedDevice &device : tables.refused().latest(3))
+        std::cerr << std::exchange(lead, ", ") << formatMac(device.mac.data());
+    std::cerr << std::endl;
 }
 
 std::filesystem::path dumpFolder(const Options &options) {
@@ -90,9 +98,30 @@ std::filesystem::path dumpFolder(const Options &options) {
     return file.has_parent_path() ? file.parent_path() : ".";
 }
 
-void writeDump(const Options &options, const Source &source) {
+// What is not in the tables, although it was captured, or should have been.
+void sayLosses(const Source &source) {
+    const Tables &tables = source.tables;
+    if (tables.overflow().any())
+        sayOverflow(tables, "at the end");
+    const Forgotten &forgotten = tables.forgotten();
+    if (forgotten.any())
+        std::cerr << kTool << "at the end: " << forgotten.users << " devices were forgotten, with "
+                  << forgotten.packets << " packets and " << forgotten.bytes << " bytes"
+                  << std::endl;
+    const Capped &capped = tables.capped();
+    if (capped.packets != 0)
+        std::cerr << kTool << "at the end: " << capped.packets
+                  << " packets claimed more than a frame can have, by " << capped.bytes << " bytes"
+                  << std::endl;
+    if (const auto drops = source.captureDrops())
+        std::cerr << kTool << "at the end: the kernel dropped " << *drops << " packets"
+                  << std::endl;
+}
+
+void writeDump(const Options &options, Source &source) {
     if (options.dumpFile.empty())
         return;
+    const auto locked = source.lockTables();
     const std::filesystem::path file(options.dumpFile);
     if (!writeWhole(dumpFolder(options), file.filename(), dumpTables(source)))
         std::cerr << kTool << "cannot write " << options.dumpFile << ": " << strerror(errno)
@@ -153,9 +182,9 @@ int run(const Options &options) {
         .dump = [&] { writeDump(options, *source); },
     };
     error = runLoop(*source, *device, events);
+    source->stop();
     writeDump(options, *source);
-    if (source->tables.overflow().any())
-        sayOverflow(source->tables, "at the end");
+    sayLosses(*source);
     return error.empty() ? 0 : fail(error);
 }
 

@@ -12,6 +12,7 @@ namespace idpfwd {
 namespace {
 
 constexpr int kBadUsage = 2;
+constexpr unsigned kMostReaders = 16;
 
 constexpr const char *kHelp =
     R"(usage: idpfwd --scenario FILE | --interface NAME | --capture FILE [options]
@@ -29,6 +30,10 @@ options:
   --gateway-mac MAC     the router's own address on the LAN, which is no client;
                         without it the interface's
   --forget SECONDS      how long an unseen device is remembered (600)
+  --memory MIB          for all that is remembered of flows, 1 to 4096 (32)
+  --ring MIB            of an interface's packets that wait in the kernel, 1 to
+                        1024 (8): 144 bridge a second at 1 Gbit/s
+  --readers N           threads that share an interface's packets, 1 to 16 (1)
   --databases DIR       where the database files are written (/tmp/trend)
   --device cuse|socket  a real device through CUSE, or a Unix socket for programs
                         that run with libidpfw-shim.so preloaded; without it CUSE
@@ -49,6 +54,9 @@ enum Code {
     kFast,
     kGateway,
     kForget,
+    kMemory,
+    kRing,
+    kReaders,
     kDevice,
     kSocket,
     kDatabases,
@@ -64,6 +72,9 @@ constexpr std::array kLongOptions = {
     option{"fast", no_argument, nullptr, kFast},
     option{"gateway-mac", required_argument, nullptr, kGateway},
     option{"forget", required_argument, nullptr, kForget},
+    option{"memory", required_argument, nullptr, kMemory},
+    option{"ring", required_argument, nullptr, kRing},
+    option{"readers", required_argument, nullptr, kReaders},
     option{"device", required_argument, nullptr, kDevice},
     option{"socket", required_argument, nullptr, kSocket},
     option{"databases", required_argument, nullptr, kDatabases},
@@ -120,6 +131,12 @@ class Parser {
             return options.gatewayMac ? "" : "'" + value + "' is no MAC address";
         case kForget:
             return takeForget(value);
+        case kMemory:
+            return takeMebibytes(options.memory, value, 4096, "--memory");
+        case kRing:
+            return takeMebibytes(options.ring, value, 1024, "--ring");
+        case kReaders:
+            return takeReaders(value);
         case kDevice:
             return takeDevice(value);
         case kSocket:
@@ -137,6 +154,8 @@ class Parser {
             return "one of --scenario, --interface and --capture is needed";
         if (options.fast && options.source != SourceKind::kCapture)
             return "--fast is for --capture";
+        if (options.readers > 1 && options.source != SourceKind::kInterface)
+            return "--readers is for --interface";
         return "";
     }
 
@@ -161,6 +180,25 @@ class Parser {
         if (!seconds || *seconds == 0)
             return "--forget needs a whole number of seconds above 0, not '" + value + "'";
         options.forgetSeconds = *seconds;
+        return "";
+    }
+
+    static std::string takeMebibytes(std::size_t &target, const std::string &value,
+                                     std::uint32_t most, const char *option) {
+        const auto number = parseNumber(value);
+        if (!number || *number == 0 || *number > most)
+            return std::string(option) + " is a number of MiB from 1 to " + std::to_string(most) +
+                   ", not '" + value + "'";
+        target = std::size_t{*number} << 20;
+        return "";
+    }
+
+    std::string takeReaders(const std::string &value) {
+        const auto number = parseNumber(value);
+        if (!number || *number == 0 || *number > kMostReaders)
+            return "--readers is a number from 1 to " + std::to_string(kMostReaders) + ", not '" +
+                   value + "'";
+        options.readers = *number;
         return "";
     }
 

@@ -18,6 +18,9 @@ struct Options {
     bool fast = false;
     std::optional<Mac> gatewayMac;
     std::uint32_t forgetSeconds = 600;
+    std::size_t memory = std::size_t{32} << 20; // bytes for all that is remembered of flows
+    std::size_t ring = std::size_t{8} << 20;    // bytes of an interface's packets in the kernel
+    unsigned readers = 1;
     std::optional<DeviceKind> device; // unset: CUSE where the kernel offers it, else the socket
     std::string socketPath;
     std::string databases = "/tmp/trend";

@@ -4,6 +4,7 @@
 #include "engine/tables.h"
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,13 +43,22 @@ class Source {
     // True when the input has come to its end; the tables go on being served.
     [[nodiscard]] virtual bool finished() const = 0;
 
-    // Asked first about every request. Without an answer the user list and the application rates
-    // come from the tables, and everything else fails with ENOTTY.
-    virtual std::optional<Reply> answer(const Request &) { return std::nullopt; }
+    // No more work will be done: counts everything that is still held back.
+    virtual void stop() {}
+
+    // Why the source is gone for good; empty while it is not.
+    [[nodiscard]] virtual std::string failure() const { return ""; }
+
+    // To be held by whoever uses the tables outside of work and stop, which take it themselves.
+    [[nodiscard]] virtual std::unique_lock<std::mutex> lockTables() { return {}; }
 
     // Packets that the kernel dropped before the source could read them, since it was opened;
     // nothing where that is not known, or where there are no packets.
     [[nodiscard]] virtual std::optional<std::uint64_t> captureDrops() const { return std::nullopt; }
+
+    // Asked first about every request. Without an answer the user list and the application rates
+    // come from the tables, and everything else fails with ENOTTY.
+    virtual std::optional<Reply> answer(const Request &) { return std::nullopt; }
 
     // What the database files call a category and an application; "" when they don't know it.
     [[nodiscard]] virtual std::string categoryName(std::uint8_t /*cat_id*/) const { return ""; }

@@ -13,6 +13,7 @@ constexpr std::array<std::uint8_t, 4> kMagic = {99, 130, 83, 99};
 enum Option : std::uint8_t {
     kPad = 0,
     kHostName = 12,
+    kMessageType = 53,
     kParameters = 55,
     kVendorClass = 60,
     kEnd = 255,
@@ -37,17 +38,23 @@ void take(std::uint8_t option, Packet::Bytes value, DhcpFacts &facts) {
         facts.parameters.assign(value.begin(), value.end());
 }
 
-} // namespace
+bool isMessage(Packet::Bytes payload, std::uint8_t direction) {
+    constexpr std::uint8_t kEthernet = 1, kMacLength = 6;
+    return payload.size() >= kOptions && payload[0] == direction && payload[1] == kEthernet &&
+           payload[2] == kMacLength &&
+           std::equal(kMagic.begin(), kMagic.end(), payload.begin() + kCookie);
+}
 
-std::optional<DhcpFacts> readDhcpRequest(Packet::Bytes payload) {
-    constexpr std::uint8_t kRequest = 1, kEthernet = 1, kMacLength = 6;
-    if (payload.size() < kOptions || payload[0] != kRequest || payload[1] != kEthernet ||
-        payload[2] != kMacLength ||
-        !std::equal(kMagic.begin(), kMagic.end(), payload.begin() + kCookie))
-        return std::nullopt;
-    DhcpFacts facts;
-    std::copy_n(payload.begin() + kHardwareAddress, facts.client.size(), facts.client.begin());
-    Packet::Bytes rest = payload.subspan(kOptions);
+Mac clientOf(Packet::Bytes message) {
+    Mac client;
+    std::copy_n(message.begin() + kHardwareAddress, client.size(), client.begin());
+    return client;
+}
+
+// Calls take(option, value) for each option up to the end, or to where the message was cut.
+template <typename Take>
+void eachOption(Packet::Bytes message, Take take) {
+    Packet::Bytes rest = message.subspan(kOptions);
     while (!rest.empty() && rest[0] != kEnd) {
         if (rest[0] == kPad) {
             rest = rest.subspan(1);
@@ -55,10 +62,33 @@ std::optional<DhcpFacts> readDhcpRequest(Packet::Bytes payload) {
         }
         if (rest.size() < 2 || rest.size() - 2 < rest[1])
             break;
-        take(rest[0], rest.subspan(2, rest[1]), facts);
+        take(rest[0], rest.subspan(2, rest[1]));
         rest = rest.subspan(2u + rest[1]);
     }
+}
+
+} // namespace
+
+std::optional<DhcpFacts> readDhcpRequest(Packet::Bytes payload) {
+    constexpr std::uint8_t kRequest = 1;
+    if (!isMessage(payload, kRequest))
+        return std::nullopt;
+    DhcpFacts facts;
+    facts.client = clientOf(payload);
+    eachOption(payload,
+               [&](std::uint8_t option, Packet::Bytes value) { take(option, value, facts); });
     return facts;
+}
+
+std::optional<Mac> readDhcpLease(Packet::Bytes payload) {
+    constexpr std::uint8_t kReply = 2, kAcknowledged = 5;
+    bool acknowledged = false;
+    if (isMessage(payload, kReply))
+        eachOption(payload, [&](std::uint8_t option, Packet::Bytes value) {
+            acknowledged |=
+                option == kMessageType && value.size() == 1 && value[0] == kAcknowledged;
+        });
+    return acknowledged ? std::optional(clientOf(payload)) : std::nullopt;
 }
 
 } // namespace idpfwd

@@ -21,4 +21,8 @@ struct DhcpFacts {
 // stays empty; nothing when it is no such message.
 [[nodiscard]] std::optional<DhcpFacts> readDhcpRequest(Packet::Bytes payload);
 
+// The device that a server's message, the payload of a datagram from port 67, gives a lease to;
+// nothing when it is no such message.
+[[nodiscard]] std::optional<Mac> readDhcpLease(Packet::Bytes payload);
+
 } // namespace idpfwd

@@ -3,15 +3,14 @@
 // what has been counted never moves.
 #pragma once
 
+#include "engine/packets/flow_keys.h"
 #include "engine/packets/ndpi_classifier.h"
 #include "engine/packets/packet.h"
 
 #include <array>
 #include <cstdint>
-#include <deque>
 #include <list>
-#include <map>
-#include <unordered_map>
+#include <memory>
 #include <vector>
 
 namespace idpfwd {
@@ -23,92 +22,88 @@ struct Holding {
     Traffic traffic;
 };
 
-// Both directions of a conversation have the same key: the smaller end first. A fragment that
-// doesn't carry its ports is in the flow of the first fragment of its packet, and in the portless
-// flow of the two addresses when that one has not been seen.
-struct FlowKey {
-    std::uint32_t vlan = 0;
-    std::uint8_t version = 0;
-    std::uint8_t protocol = 0;
-    std::array<Packet::Address, 2> addresses{};
-    std::array<std::uint16_t, 2> ports{};
-
-    friend auto operator<=>(const FlowKey &, const FlowKey &) = default;
-};
-
-struct FlowKeyHash {
-    std::size_t operator()(const FlowKey &key) const;
-};
-
 class FlowTable {
   public:
-    static constexpr std::size_t kMaxFlows = 16384;
     static constexpr std::size_t kMaxHoldings = 8;
     static constexpr unsigned kMaxInspected = 40;
-    static constexpr std::uint64_t kMaxIdleHeld = 5'000;
     static constexpr std::uint64_t kMaxHeld = 15'000;
     static constexpr std::uint64_t kMaxIdleStream = 1'800'000;
     static constexpr std::uint64_t kMaxIdleOther = 120'000;
+    static constexpr std::size_t kDefaultBudget = std::size_t{32} << 20;
 
-    // Counts what a device has sent and received under an application.
+    // Counts what a device has sent and received under an application. A stay that has ended since
+    // is told by its number.
     class Counter {
       public:
         virtual ~Counter() = default;
         virtual void count(const Holding &holding, const Application &application) = 0;
     };
 
-    FlowTable(Classifier &classifier, Counter &counter);
+    // The budget is in bytes, for everything that is remembered of flows. What does not fit goes:
+    // the flow that was held for longest is given up when those that are held take more than half
+    // of it, else the settled flow that was idle for longest is released.
+    FlowTable(Classifier &classifier, Counter &counter, std::size_t budget = kDefaultBudget);
 
     // One IP packet, with the traffic that it is for each of the devices it concerns.
     void add(const Packet &packet, std::span<const Holding> holdings, const Moment &now);
 
-    // Gives up and releases the flows that have been idle for too long.
+    // Gives up the flows that were held for too long, releases the settled ones that have been
+    // idle for too long.
     void expire(std::uint64_t milliseconds);
 
     // Gives up all flows: no more packets will come.
     void finish();
 
-    [[nodiscard]] std::size_t size() const { return flows_.size(); }
+    [[nodiscard]] std::size_t size() const { return size_; }
+
+    // What is remembered now, in bytes.
+    [[nodiscard]] std::size_t memory() const;
 
   private:
     enum Age { kHeld, kStream, kOther, kAges };
+
+    // What is needed of a flow only while it is held.
+    struct Held {
+        std::uint64_t first = 0;
+        unsigned inspected = 0;
+        std::size_t bytes = 0; // all of this, as it was counted last
+        Classifier::FlowState state;
+        std::vector<Holding> holdings;
+    };
 
     struct Flow {
         FlowKey key;
         Age age = kHeld;
         bool closed = false;
-        unsigned inspected = 0;
-        std::uint64_t first = 0;
+        Application application; // when it is not held any more
         std::uint64_t last = 0;
-        Classifier::FlowState state; // while held
-        std::vector<Holding> held;
-        Application application; // from then on
+        std::unique_ptr<Held> held;
+        Flow *next = nullptr; // in its bucket
+        std::list<Flow>::iterator self;
     };
     using Flows = std::list<Flow>;
 
-    struct FragmentKey {
-        FlowKey ends;
-        std::uint32_t id = 0;
-        friend auto operator<=>(const FragmentKey &, const FragmentKey &) = default;
-    };
-
-    FlowKey keyOf(const Packet &packet);
-    Flows::iterator findOrAdd(const FlowKey &key, const Packet &packet, std::uint64_t now);
-    void hold(Flow &flow, const Holding &holding);
-    void inspect(Flows::iterator flow, const Packet &packet, std::uint64_t now);
-    void settle(Flows::iterator flow, const Application &application);
-    void giveUp(Flows::iterator flow);
-    void release(Flows::iterator flow);
-    void makeRoom();
+    Flow *find(const FlowKey &key) const;
+    Flow &findOrAdd(const FlowKey &key, const Packet &packet, std::uint64_t now);
+    void hold(Held &held, const Holding &holding);
+    void inspect(Flow &flow, const Packet &packet, std::uint64_t now);
+    void settle(Flow &flow, const Application &application);
+    void giveUp(Flow &flow);
+    void release(Flow &flow);
+    void countHeld(Held &held);
+    void keepToBudget();
+    bool releaseLongestIdle();
 
     Classifier &classifier_;
     Counter &counter_;
-    // Each list has a flow that has been idle longest at its front, give or take the few seconds
-    // that a flow was held before it was given up.
+    std::size_t budget_;
+    FragmentPorts fragments_;
+    // Held flows are in the order in which they came. Of the others the one that has been idle
+    // longest is at the front, give or take the seconds that a flow was held.
     std::array<Flows, kAges> ages_;
-    std::unordered_map<FlowKey, Flows::iterator, FlowKeyHash> flows_;
-    std::map<FragmentKey, FlowKey> fragments_;
-    std::deque<FragmentKey> fragmentOrder_;
+    std::vector<Flow *> buckets_;
+    std::size_t size_ = 0;
+    std::size_t heldBytes_ = 0;
 };
 
 } // namespace idpfwd

@@ -1,16 +1,19 @@
 #include "engine/packets/ndpi_classifier.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <ndpi_api.h>
 #include <set>
 
 namespace idpfwd {
 namespace {
 
-// nDPI sees this much of a packet, copied into a buffer with zeros behind it: its dissectors were
-// not all written for frames that end in the middle of a header.
-constexpr std::size_t kInspected = 2048;
+// nDPI sees this much of a packet (all of what segmentation offload has merged: a certificate shows
+// only there), copied into a buffer with zeros behind it: its dissectors were not all written for
+// frames that end in the middle of a header.
+constexpr std::size_t kInspected = 65'000;
 constexpr std::size_t kMargin = 512;
 constexpr std::size_t kShortestHeader = 20;
 
@@ -28,6 +31,36 @@ void correctLength(std::vector<std::uint8_t> &packet, std::size_t size) {
         putWord(packet, 4, size - 40);
 }
 
+// nDPI's allocations of this thread, in bytes: what a call into it adds belongs to the call's flow.
+thread_local std::int64_t allocated = 0;
+
+void *allocate(std::size_t size) {
+    void *made = std::malloc(size);
+    allocated += static_cast<std::int64_t>(malloc_usable_size(made));
+    return made;
+}
+
+void release(void *made) {
+    allocated -= static_cast<std::int64_t>(malloc_usable_size(made));
+    std::free(made);
+}
+
+// Adds what nDPI allocates during its life to a flow's bytes.
+class Measured {
+  public:
+    explicit Measured(Classifier::FlowState &state) : state_(state), before_(allocated) {}
+    Measured(const Measured &) = delete;
+    Measured &operator=(const Measured &) = delete;
+    ~Measured() {
+        const std::int64_t bytes = static_cast<std::int64_t>(state_.bytes) + allocated - before_;
+        state_.bytes = static_cast<std::size_t>(std::max<std::int64_t>(bytes, 0));
+    }
+
+  private:
+    Classifier::FlowState &state_;
+    std::int64_t before_;
+};
+
 } // namespace
 
 void Classifier::ModuleDeleter::operator()(ndpi_detection_module_struct *module) const {
@@ -44,6 +77,10 @@ Classifier::Classifier(ndpi_detection_module_struct *module)
 std::unique_ptr<Classifier> Classifier::create() {
     if (ndpi_get_api_version() != NDPI_API_VERSION)
         return nullptr;
+    set_ndpi_malloc(allocate);
+    set_ndpi_free(release);
+    set_ndpi_flow_malloc(allocate);
+    set_ndpi_flow_free(release);
     ndpi_detection_module_struct *module = ndpi_init_detection_module(ndpi_no_prefs);
     if (module == nullptr)
         return nullptr;
@@ -54,12 +91,13 @@ std::unique_ptr<Classifier> Classifier::create() {
     return std::unique_ptr<Classifier>(new Classifier(module));
 }
 
-Classifier::FlowState Classifier::newFlow() const {
+Classifier::FlowState Classifier::newFlow() {
     const std::size_t size = ndpi_detection_get_sizeof_ndpi_flow_struct();
     auto *flow = static_cast<ndpi_flow_struct *>(ndpi_flow_malloc(size));
     if (flow != nullptr)
         std::memset(flow, 0, size);
-    return FlowState(flow);
+    return {.flow = std::unique_ptr<ndpi_flow_struct, FlowDeleter>(flow),
+            .bytes = malloc_usable_size(flow)};
 }
 
 std::uint8_t Classifier::categoryOf(std::uint16_t id) const {
@@ -80,29 +118,31 @@ Application Classifier::application(std::uint16_t master, std::uint16_t id) cons
     return {categoryOf(chosen), chosen};
 }
 
-std::optional<Application> Classifier::inspect(ndpi_flow_struct &flow,
-                                               std::span<const std::uint8_t> ip,
+std::optional<Application> Classifier::inspect(FlowState &state, std::span<const std::uint8_t> ip,
                                                std::uint64_t milliseconds) {
     const std::size_t size = std::min(ip.size(), kInspected);
     if (size < kShortestHeader)
         return std::nullopt;
     std::copy_n(ip.begin(), size, copy_.begin());
-    std::fill(copy_.begin() + static_cast<std::ptrdiff_t>(size), copy_.end(), 0);
+    std::fill_n(copy_.begin() + static_cast<std::ptrdiff_t>(size), kMargin, 0);
     correctLength(copy_, size);
-    const ndpi_protocol seen = ndpi_detection_process_packet(
-        module_.get(), &flow, copy_.data(), static_cast<unsigned short>(size), milliseconds);
+    const Measured measured(state);
+    const ndpi_protocol seen =
+        ndpi_detection_process_packet(module_.get(), state.flow.get(), copy_.data(),
+                                      static_cast<unsigned short>(size), milliseconds);
     if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN)
         return std::nullopt;
-    // A carrier alone may yet show what it carries (in a certificate, in a reply).
-    if (seen.master_protocol == NDPI_PROTOCOL_UNKNOWN && !isLookUp(seen.app_protocol) &&
-        ndpi_extra_dissection_possible(module_.get(), &flow) != 0)
+    // A certificate or a reply may yet tell more. A look-up stays one whatever the reply says.
+    if (!isLookUp(seen.master_protocol) && !isLookUp(seen.app_protocol) &&
+        ndpi_extra_dissection_possible(module_.get(), state.flow.get()) != 0)
         return std::nullopt;
     return application(seen.master_protocol, seen.app_protocol);
 }
 
-Application Classifier::giveUp(ndpi_flow_struct &flow) {
+Application Classifier::giveUp(FlowState &state) {
+    const Measured measured(state);
     std::uint8_t guessed = 0;
-    const ndpi_protocol last = ndpi_detection_giveup(module_.get(), &flow, 1, &guessed);
+    const ndpi_protocol last = ndpi_detection_giveup(module_.get(), state.flow.get(), 1, &guessed);
     return application(last.master_protocol, last.app_protocol);
 }
 

@@ -37,21 +37,24 @@ class Classifier {
         void operator()(ndpi_flow_struct *flow) const;
     };
     // What nDPI remembers of a flow until it is settled.
-    using FlowState = std::unique_ptr<ndpi_flow_struct, FlowDeleter>;
+    struct FlowState {
+        std::unique_ptr<ndpi_flow_struct, FlowDeleter> flow; // null when there was no memory
+        std::size_t bytes = 0;                               // that it takes
+    };
 
     // Null when nDPI cannot be used.
     static std::unique_ptr<Classifier> create();
 
-    // Null when there is no memory.
-    [[nodiscard]] FlowState newFlow() const;
+    // Without a flow when there is no memory.
+    [[nodiscard]] static FlowState newFlow();
 
     // Looks at one more packet of a flow: the captured bytes from the IP header on. The flow's
-    // application when that settles it; more packets must not be shown then.
-    std::optional<Application> inspect(ndpi_flow_struct &flow, std::span<const std::uint8_t> ip,
+    // application when no further packet could change it; none must be shown then.
+    std::optional<Application> inspect(FlowState &state, std::span<const std::uint8_t> ip,
                                        std::uint64_t milliseconds);
 
     // The best that nDPI can say about a flow of which no more is to be seen.
-    Application giveUp(ndpi_flow_struct &flow);
+    Application giveUp(FlowState &state);
 
     // Every application that the two functions above can name, and their categories.
     [[nodiscard]] std::vector<NamedApplication> applications() const;

@@ -10,6 +10,9 @@ using Bytes = Packet::Bytes;
 constexpr std::uint16_t kTypeIpv4 = 0x0800;
 constexpr std::uint16_t kTypeArp = 0x0806;
 constexpr std::uint16_t kTypeIpv6 = 0x86dd;
+constexpr std::uint16_t kTypeMpls = 0x8847;
+constexpr std::uint16_t kTypeMplsGroup = 0x8848;
+constexpr std::uint16_t kTypePppoeSession = 0x8864;
 constexpr std::size_t kIpv4Header = 20;
 constexpr std::size_t kIpv6Header = 40;
 constexpr std::size_t kUdpHeader = 8;
@@ -114,6 +117,50 @@ void readIpv6(Bytes bytes, Packet &packet) {
     readTransport(rest, packet);
 }
 
+void readTags(Packet &packet) {
+    while (isTag(packet.etherType) && packet.network.size() >= 4) {
+        packet.vlan = packet.vlan << 12 | (word(packet.network, 0) & 0xfffu);
+        packet.etherType = word(packet.network, 2);
+        packet.network = packet.network.subspan(4);
+    }
+}
+
+// A session of a subscriber's line. PPP may leave out the first octet of a protocol's number.
+void readPppoe(Packet &packet) {
+    constexpr std::size_t kHeader = 6;
+    constexpr std::uint16_t kPppIpv4 = 0x21, kPppIpv6 = 0x57;
+    const Bytes bytes = packet.network;
+    if (packet.etherType != kTypePppoeSession || bytes.size() < kHeader + 2 || bytes[0] != 0x11)
+        return;
+    const bool shortened = (bytes[kHeader] & 1) != 0;
+    const std::uint16_t protocol = shortened ? bytes[kHeader] : word(bytes, kHeader);
+    if (protocol != kPppIpv4 && protocol != kPppIpv6)
+        return;
+    packet.vlan = packet.vlan << 16 | word(bytes, 2);
+    packet.etherType = protocol == kPppIpv4 ? kTypeIpv4 : kTypeIpv6;
+    packet.network = withoutPadding(bytes, kHeader + word(bytes, 4))
+                         .subspan(std::min(bytes.size(), kHeader + (shortened ? 1 : 2)));
+}
+
+// What the labels carry shows only in its first four bits. The labels of the two directions have
+// nothing in common, so they don't tell conversations apart.
+void readMpls(Packet &packet) {
+    constexpr std::size_t kLabel = 4;
+    Bytes rest = packet.network;
+    bool last = packet.etherType != kTypeMpls && packet.etherType != kTypeMplsGroup;
+    if (last)
+        return;
+    while (!last && rest.size() > kLabel) {
+        last = (rest[2] & 1) != 0;
+        rest = rest.subspan(kLabel);
+    }
+    const int version = last ? rest[0] >> 4 : 0;
+    if (version != 4 && version != 6)
+        return;
+    packet.etherType = version == 4 ? kTypeIpv4 : kTypeIpv6;
+    packet.network = rest;
+}
+
 } // namespace
 
 bool parseFrame(Bytes frame, Packet &packet) {
@@ -124,11 +171,9 @@ bool parseFrame(Bytes frame, Packet &packet) {
     packet.source = macAt(frame, 6);
     packet.etherType = word(frame, 12);
     packet.network = frame.subspan(kEthernetHeader);
-    while (isTag(packet.etherType) && packet.network.size() >= 4) {
-        packet.vlan = packet.vlan << 12 | (word(packet.network, 0) & 0xfffu);
-        packet.etherType = word(packet.network, 2);
-        packet.network = packet.network.subspan(4);
-    }
+    readTags(packet);
+    readMpls(packet);
+    readPppoe(packet);
     if (packet.etherType == kTypeIpv4)
         readIpv4(packet.network, packet);
     else if (packet.etherType == kTypeIpv6)
@@ -141,16 +186,19 @@ bool isDevice(const Mac &mac) {
            std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
 }
 
-std::array<std::uint8_t, 4> arpSender(const Packet &packet) {
+std::optional<ArpMessage> readArp(const Packet &packet) {
     const Bytes arp = packet.network;
-    std::array<std::uint8_t, 4> address{};
     const bool ipv4OverEthernet = packet.etherType == kTypeArp && arp.size() >= kArpIpv4 &&
                                   word(arp, 0) == 1 && word(arp, 2) == kTypeIpv4 && arp[4] == 6 &&
                                   arp[5] == 4;
     // The sender it names must be the one that sent it: others may answer on a device's behalf.
-    if (ipv4OverEthernet && macAt(arp, 8) == packet.source)
-        std::copy_n(arp.begin() + 14, address.size(), address.begin());
-    return address;
+    if (!ipv4OverEthernet || macAt(arp, 8) != packet.source)
+        return std::nullopt;
+    ArpMessage message;
+    message.isReply = word(arp, 6) == 2;
+    std::copy_n(arp.begin() + 14, message.sender.size(), message.sender.begin());
+    std::copy_n(arp.begin() + 24, message.target.size(), message.target.begin());
+    return message;
 }
 
 } // namespace idpfwd

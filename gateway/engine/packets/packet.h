@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace idpfwd {
@@ -24,9 +25,10 @@ struct Packet {
 
     Mac source{};
     Mac destination{};
-    std::uint32_t vlan = 0;      // the identifiers of all tags, the outermost in the highest bits
-    std::uint16_t etherType = 0; // behind the tags; below 0x600 it is a length
-    Bytes network;               // what follows the Ethernet header and the tags
+    std::uint32_t vlan = 0;      // the identifiers of all tags, the outermost in the highest bits,
+                                 // and of the PPPoE session
+    std::uint16_t etherType = 0; // of the network bytes; below 0x600 it is a length
+    Bytes network;               // what follows the Ethernet header, tags, PPPoE and MPLS labels
 
     // 4 or 6 when the addresses below are there, else 0.
     std::uint8_t version = 0;
@@ -53,7 +55,13 @@ struct Packet {
 // Addresses of groups (and of broadcast), and the all-zero one, belong to no device.
 [[nodiscard]] bool isDevice(const Mac &mac);
 
-// The IPv4 address of an ARP message's sender; all zero when there is none.
-[[nodiscard]] std::array<std::uint8_t, 4> arpSender(const Packet &packet);
+struct ArpMessage {
+    bool isReply = false;
+    std::array<std::uint8_t, 4> sender{}; // IPv4 addresses
+    std::array<std::uint8_t, 4> target{};
+};
+
+// An ARP message about IPv4 that names the one that sent it as its sender; nothing for any other.
+[[nodiscard]] std::optional<ArpMessage> readArp(const Packet &packet);
 
 } // namespace idpfwd

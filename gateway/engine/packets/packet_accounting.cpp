@@ -1,137 +1,103 @@
 #include "engine/packets/packet_accounting.h"
 
+#include "engine/packets/device_facts.h"
 #include "engine/packets/dhcp.h"
-#include "engine/packets/dhcp_devices.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 
 namespace idpfwd {
 namespace {
 
-constexpr std::uint16_t kDhcpServerPort = 67;
-
-bool isLinkLocal(const std::uint8_t *ipv6) {
-    return ipv6[0] == 0xfe && (ipv6[1] & 0xc0) == 0x80;
-}
-
-bool isUnset(std::span<const std::uint8_t> address) {
-    return std::all_of(address.begin(), address.end(), [](auto octet) { return octet == 0; });
-}
-
-void setIpv4(std::span<const std::uint8_t, 4> address, devid_user_entry &user) {
-    if (!isUnset(address))
-        std::copy(address.begin(), address.end(), user.ipv4);
-}
-
-// A device that passes other hosts' packets on sends from their addresses too: only those that
-// networks at home use are taken for its own.
-bool isAtHome(std::span<const std::uint8_t, 4> ipv4) {
-    return ipv4[0] == 10 || (ipv4[0] == 172 && (ipv4[1] & 0xf0) == 16) ||
-           (ipv4[0] == 192 && ipv4[1] == 168) || (ipv4[0] == 169 && ipv4[1] == 254) ||
-           (ipv4[0] == 100 && (ipv4[1] & 0xc0) == 64);
-}
-
-void learnIpv4(const Packet &packet, devid_user_entry &user) {
-    const auto source = std::span(packet.sourceAddress).first<4>();
-    if (packet.version != 4)
-        setIpv4(arpSender(packet), user);
-    else if (isAtHome(source))
-        setIpv4(source, user);
-}
-
-// A device has a link-local address beside the one that it talks to the world with.
-void learnIpv6(const Packet::Address &address, devid_user_entry &user) {
-    const bool host = address[0] != 0xff && !isUnset(std::span(address).first(15));
-    if (host && (!isLinkLocal(address.data()) || isUnset(user.ipv6)))
-        std::copy(address.begin(), address.end(), user.ipv6);
-}
-
-void learnIdentity(const Packet &packet, devid_user_entry &user, std::uint32_t seconds) {
-    if (packet.protocol != kProtocolUdp || packet.destinationPort != kDhcpServerPort)
-        return;
-    const auto facts = readDhcpRequest(packet.payload);
-    if (!facts || facts->client != packet.source)
-        return;
-    if (!facts->hostName.empty()) {
-        std::memset(user.host_name, 0, sizeof user.host_name);
-        facts->hostName.copy(user.host_name, sizeof user.host_name - 1);
-    }
-    const Identification found = identify(*facts);
-    if (found.kind == nullptr || found.priority < user.os.de_prio)
-        return;
-    user.os.detail = found.kind->ids;
-    user.os.de_prio = found.priority;
-    user.os.update = 1;
-    user.os.update_time = seconds;
-}
-
-void learn(const Packet &packet, devid_user_entry &user, std::uint32_t seconds) {
-    if (packet.version == 6)
-        learnIpv6(packet.sourceAddress, user);
-    else
-        learnIpv4(packet, user);
-    learnIdentity(packet, user, seconds);
-}
+// How long an ARP request may take to be answered.
+constexpr std::uint64_t kAnswerTime = 5'000;
 
 } // namespace
 
 PacketAccounting::PacketAccounting(Tables &tables, Classifier &classifier,
-                                   std::optional<Mac> gateway, std::uint32_t forgetSeconds)
-    : tables_(tables), gateway_(gateway), forgetSeconds_(forgetSeconds), flows_(classifier, *this) {
-}
+                                   std::optional<Mac> gateway, std::size_t budget, std::mutex *lock)
+    : gateway_(gateway), ledger_(tables, lock), flows_(classifier, ledger_, budget) {}
 
 bool PacketAccounting::isClient(const Mac &mac) const {
     return isDevice(mac) && mac != gateway_;
 }
 
-// The device's stay, 0 when the tables have no room for it.
-std::uint64_t PacketAccounting::see(const Mac &mac, const Packet &packet) {
-    devid_user_entry *user = tables_.seeUser(mac, now_);
-    if (user != nullptr && mac == packet.source)
-        learn(packet, *user, now_.seconds);
-    return tables_.stay(mac);
+// Whether the packet answers a question for the address that it is sent from. Only the router's
+// questions count where it is known: whoever makes addresses up can ask for them too.
+bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
+    const auto message = packet.version == 0 ? readArp(packet) : std::nullopt;
+    if (!message)
+        return false;
+    if (!message->isReply) {
+        if (!gateway_ || packet.source == gateway_)
+            questions_[nextQuestion_++ % questions_.size()] = {message->target, now_.milliseconds};
+        return false;
+    }
+    return std::ranges::any_of(questions_, [&](const Question &question) {
+        return question.asked != 0 && question.address == message->sender &&
+               now_.milliseconds - question.asked <= kAnswerTime;
+    });
+}
+
+// A lease may be announced to everybody: then its message names the device.
+void PacketAccounting::noteLease(const Packet &packet) {
+    if (packet.protocol != kProtocolUdp || packet.sourcePort != kDhcpServerPort ||
+        (gateway_ && packet.source != gateway_))
+        return;
+    const auto client = readDhcpLease(packet.payload);
+    if (client && isClient(*client))
+        ledger_.see(*client, kHasAnswered, nullptr, now_);
+}
+
+std::uint64_t PacketAccounting::seeSender(const Packet &packet) {
+    const unsigned answered = hasAnsweredArp(packet) ? kHasAnswered : kNoEvidence;
+    if (!isClient(packet.source))
+        return 0;
+    return ledger_.see(packet.source, kHasSent | answered, &packet, now_);
+}
+
+std::uint64_t PacketAccounting::seeReceiver(const Packet &packet) {
+    const unsigned fromRouter = gateway_ && packet.source == gateway_ ? kHasEarned : kNoEvidence;
+    return ledger_.see(packet.destination, kHasReceived | fromRouter, nullptr, now_);
 }
 
 void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const Moment &now) {
     Packet packet;
     if (!parseFrame(captured, packet))
         return;
+    if (now.seconds != now_.seconds)
+        flush();
     now_ = now;
     ++frames_;
     gatewaySeen_ |= packet.source == gateway_ || packet.destination == gateway_;
+    if (length > kLongestFrame) {
+        ledger_.addCapped(length - captured.size());
+        length = static_cast<std::uint32_t>(captured.size());
+    }
     std::array<Holding, 2> concerned;
     std::size_t count = 0;
+    noteLease(packet);
+    const std::uint64_t sender = seeSender(packet);
     if (isClient(packet.source))
-        concerned[count++] = {packet.source, 0, {0, length, 0, 1}};
+        concerned[count++] = {packet.source, sender, {0, length, 0, 1}};
     if (isClient(packet.destination))
-        concerned[count++] = {packet.destination, 0, {length, 0, 1, 0}};
+        concerned[count++] = {packet.destination, seeReceiver(packet), {length, 0, 1, 0}};
     const auto holdings = std::span(concerned).first(count);
-    for (Holding &holding : holdings)
-        holding.stay = see(holding.mac, packet);
     if (packet.version != 0 && count != 0)
         flows_.add(packet, holdings, now);
     else
         for (const Holding &holding : holdings)
-            this->count(holding, {});
-}
-
-// What was held for a device that has been forgotten since went with its rows.
-void PacketAccounting::count(const Holding &holding, const Application &application) {
-    if (holding.stay == 0 || holding.stay == tables_.stay(holding.mac))
-        tables_.addTraffic(holding.mac, application.category, application.id, holding.traffic,
-                           now_);
+            ledger_.count(holding, {});
 }
 
 void PacketAccounting::advance(const Moment &now) {
-    constexpr std::uint64_t kSweep = 1000;
     now_ = now;
     flows_.expire(now.milliseconds);
-    if (now.milliseconds - lastSweep_ < kSweep)
-        return;
-    lastSweep_ = now.milliseconds;
-    tables_.forgetUnseen(now, forgetSeconds_);
+    flush();
+}
+
+void PacketAccounting::finish() {
+    flows_.finish();
+    flush();
 }
 
 } // namespace idpfwd

@@ -3,54 +3,71 @@
 #pragma once
 
 #include "engine/packets/flow_table.h"
+#include "engine/packets/ledger.h"
 #include "engine/packets/ndpi_classifier.h"
 #include "engine/packets/packet.h"
 #include "engine/tables.h"
 
+#include <array>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 
 namespace idpfwd {
 
-class PacketAccounting : private FlowTable::Counter {
+// No frame is longer than what a capture holds of one; offload merges at most so much.
+constexpr std::uint32_t kLongestFrame = 262'144;
+
+class PacketAccounting {
   public:
-    // The router's own address is no client's; without one every address is a client's.
+    // The router's own address is no client's; without one every address is a client's. The budget
+    // is the flow table's; the lock guards the tables when others use them too.
     PacketAccounting(Tables &tables, Classifier &classifier, std::optional<Mac> gateway,
-                     std::uint32_t forgetSeconds);
+                     std::size_t budget = FlowTable::kDefaultBudget, std::mutex *lock = nullptr);
 
     // One frame: what was captured of it, and its length on the wire. A frame that a client sends
     // counts up for it, one that it is sent counts down; one between two clients does both. What
-    // is no IP is unknown traffic.
+    // is no IP is unknown traffic. The tables show it after the next flush.
     void add(Packet::Bytes captured, std::uint32_t length, const Moment &now);
 
-    // Gives up idle flows, and forgets the clients that have neither sent nor been sent a frame.
+    // Tells the tables what was counted since the last time.
+    void flush() { ledger_.flush(now_); }
+
+    // Gives up what was held for too long, releases idle flows, and flushes.
     void advance(const Moment &now);
 
-    // Counts everything that is still held, and shows it.
-    void finish() {
-        flows_.finish();
-        tables_.showAll();
-    }
+    // Counts everything that is still held, and flushes.
+    void finish();
 
     // Whether a router's address was given that none of these many frames had.
     [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
         return gateway_ && !gatewaySeen_ && frames_ >= frames;
     }
 
-    [[nodiscard]] std::size_t flows() const { return flows_.size(); }
+    // The router's address when it has changed.
+    void setGateway(const std::optional<Mac> &gateway) { gateway_ = gateway; }
+
+    [[nodiscard]] const FlowTable &flows() const { return flows_; }
 
   private:
-    void count(const Holding &holding, const Application &application) override;
-    [[nodiscard]] bool isClient(const Mac &mac) const;
-    std::uint64_t see(const Mac &mac, const Packet &packet);
+    struct Question {
+        std::array<std::uint8_t, 4> address{};
+        std::uint64_t asked = 0; // in a moment's milliseconds
+    };
 
-    Tables &tables_;
+    [[nodiscard]] bool isClient(const Mac &mac) const;
+    [[nodiscard]] bool hasAnsweredArp(const Packet &packet);
+    void noteLease(const Packet &packet);
+    std::uint64_t seeSender(const Packet &packet);
+    std::uint64_t seeReceiver(const Packet &packet);
+
     std::optional<Mac> gateway_;
     bool gatewaySeen_ = false;
     std::uint64_t frames_ = 0;
-    std::uint32_t forgetSeconds_;
     Moment now_; // what is counted is stamped with
-    std::uint64_t lastSweep_ = 0;
+    std::array<Question, 64> questions_;
+    std::size_t nextQuestion_ = 0;
+    Ledger ledger_;
     FlowTable flows_;
 };
 

@@ -1,17 +1,27 @@
 # The sources that read packets, from an interface or a capture file.
+find_package(Threads REQUIRED)
 add_library(
   idpfwd_packets STATIC
   packets/application_names.cpp
+  packets/capture_source.cpp
+  packets/device_facts.cpp
   packets/dhcp.cpp
   packets/dhcp_devices.cpp
+  packets/flow_keys.cpp
   packets/flow_table.cpp
+  packets/ledger.cpp
+  packets/live_source.cpp
   packets/ndpi_classifier.cpp
   packets/packet.cpp
   packets/packet_accounting.cpp
-  packets/packet_source.cpp
+  packets/packet_names.cpp
+  packets/reader.cpp
+  packets/ring.cpp
 )
 target_link_libraries(
   idpfwd_packets
   PUBLIC idpfwd_core
-  PRIVATE PkgConfig::ndpi PkgConfig::pcap
+  PRIVATE PkgConfig::ndpi PkgConfig::pcap Threads::Threads
 )
+# Every packet passes through here: what ships is optimised for speed, not for size as the rest.
+target_compile_options(idpfwd_packets PRIVATE $<$<CONFIG:MinSizeRel>:-O2>)

@@ -13,8 +13,9 @@ namespace {
 
 constexpr std::uint32_t kUsed = 0x80, kInput = 0x100, kOut = 0x80000;
 
-// A caller, with its request at the beginning of its memory, and the kernel between the two.
-class IoctlExchangeTest : public testing::Test, public CallerMemory {
+// A caller, with its request at the beginning of its memory, and the kernel between the two. The
+// parameter is the size of its header.
+class IoctlExchangeTest : public testing::TestWithParam<std::size_t>, public CallerMemory {
   protected:
     bool read(std::uint64_t address, std::span<std::uint8_t> target) override {
         std::copy_n(at(address), target.size(), target.begin());
@@ -32,6 +33,9 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
 
     void request(std::uint32_t inputSize, std::uint32_t used = kUsed) {
         words_ = {IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, inputSize, kOut, used, 2'000'000};
+        if (GetParam() == kHeaderSize64)
+            words_ = {IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, 0, inputSize, 0,
+                      kOut,        0,                      used,   0, 2'000'000};
         words_.resize(0x40000, 0xEEEEEEEE);
     }
 
@@ -44,8 +48,8 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
         for (const Mapping &piece : last.out)
             outSize += piece.size;
         EXPECT_LE(std::max(in.size(), outSize), kMaxMapped);
-        const std::uint32_t number = 0xC02CBF00 + *at(4);
-        return exchange_.next({caller_, number, 0, kHeaderSize32, in, outSize}, *this, server_);
+        const std::uint32_t number = IDPFW_REQUEST(*at(4));
+        return exchange_.next({caller_, number, 0, GetParam(), in, outSize}, *this, server_);
     }
 
     // A call from its first round to its last: 0, or its errno.
@@ -75,7 +79,7 @@ class IoctlExchangeTest : public testing::Test, public CallerMemory {
     IoctlExchange exchange_;
 };
 
-TEST_F(IoctlExchangeTest, InputAndOutputOfEverySizeArriveWhole) {
+TEST_P(IoctlExchangeTest, InputAndOutputOfEverySizeArriveWhole) {
     int calls = 0;
     for (const std::uint32_t size : {0, 1, 131028, 131029, 131068, 131069})
         for (const std::uint32_t used : {kUsed, 0U}) {
@@ -89,7 +93,7 @@ TEST_F(IoctlExchangeTest, InputAndOutputOfEverySizeArriveWhole) {
         }
 }
 
-TEST_F(IoctlExchangeTest, FailuresHaveTheirErrno) {
+TEST_P(IoctlExchangeTest, FailuresHaveTheirErrno) {
     request(131069);
     readable_ = false;
     EXPECT_EQ(call(), EFAULT);
@@ -103,7 +107,7 @@ TEST_F(IoctlExchangeTest, FailuresHaveTheirErrno) {
     EXPECT_EQ(call(), EINVAL);
 }
 
-TEST_F(IoctlExchangeTest, AnswersThatNobodyFetchesMakeRoomForThoseOfTheLiving) {
+TEST_P(IoctlExchangeTest, AnswersThatNobodyFetchesMakeRoomForThoseOfTheLiving) {
     request(1);
     const auto ask = [this](pid_t caller) {
         caller_ = caller;
@@ -119,7 +123,7 @@ TEST_F(IoctlExchangeTest, AnswersThatNobodyFetchesMakeRoomForThoseOfTheLiving) {
     EXPECT_EQ(source_.asked, asked) << "fetched, not asked for again";
 }
 
-TEST_F(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
+TEST_P(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
     request(1);
     next(next(next({})));
     request(2); // the same thread calls again
@@ -129,6 +133,9 @@ TEST_F(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
     waiting.out.pop_back();
     EXPECT_EQ(next(waiting).error, EIO) << "mapped for another answer";
 }
+
+INSTANTIATE_TEST_SUITE_P(Headers, IoctlExchangeTest,
+                         testing::Values(kHeaderSize32, kHeaderSize64));
 
 } // namespace
 } // namespace idpfwd

@@ -1,5 +1,6 @@
 #include "engine/packets/packet_source.h"
 
+#include "engine/dump.h"
 #include "gateway/engine/frames.h"
 #include "gateway/engine/scratch.h"
 
@@ -101,11 +102,13 @@ TEST_F(PacketSourceTest, OnlyACaptureOfEthernetCanBeUsed) {
     EXPECT_THAT(error_, HasSubstr("only Ethernet"));
 }
 
-// The router's tap interface, in a network namespace of its own: what is written to its descriptor
-// arrives.
+bool enterNetwork() {
+    return unshare(geteuid() == 0 ? CLONE_NEWNET : CLONE_NEWNET | CLONE_NEWUSER) == 0;
+}
+
+// The router's tap interface: what is written to its descriptor arrives.
 int openTap(const char *name) {
-    const int flags = geteuid() == 0 ? CLONE_NEWNET : CLONE_NEWNET | CLONE_NEWUSER;
-    const int tap = unshare(flags) == 0 ? open("/dev/net/tun", O_RDWR | O_CLOEXEC) : -1;
+    const int tap = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
     const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     ifreq request{};
     strncpy(request.ifr_name, name, IFNAMSIZ - 1);
@@ -130,28 +133,79 @@ bool workUntil(Source &source, const std::function<bool()> &condition) {
     return condition();
 }
 
-TEST_F(PacketSourceTest, AnInterfaceIsReadUntilItGoesAway) {
-    const int tap = openTap("lan-test");
+class InterfaceTest : public PacketSourceTest, public testing::WithParamInterface<unsigned> {
+  protected:
+    // Opens the interface, with what arrives there at tap_.
+    void SetUp() override {
+        options_.name = "lan-test";
+        options_.readers = GetParam();
+        tap_ = enterNetwork() ? openTap("lan-test") : -1;
+        if (tap_ < 0)
+            GTEST_SKIP() << "no tap interface in a namespace of its own: " << strerror(errno);
+        source_ = openInterface(options_, error_);
+        ASSERT_TRUE(source_) << error_;
+    }
+
+    void TearDown() override { close(tap_); }
+
+    // A look-up of 75 bytes to that server.
+    void lookUp(std::uint8_t server) const {
+        const Bytes packet =
+            ipv4({192, 168, 1, 10}, {203, 0, 113, server}, 17, udp(50000, 53, dnsQuery()));
+        const Bytes frame = ethernet(kPc, kRouter, 0x0800, packet);
+        EXPECT_EQ(write(tap_, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
+    }
+
+    // Works as the engine's loop does until so many bytes of look-ups are counted.
+    bool counts(std::uint64_t bytes) {
+        return workUntil(*source_, [&] {
+            const auto locked = source_->lockTables();
+            const auto &rows = source_->tables.rows();
+            return rows.size() == 1 && rows[0].up_accl_byte == bytes &&
+                   source_->applicationName(rows[0].cat_id, rows[0].app_id) == "DNS";
+        });
+    }
+
+    int tap_ = -1;
+    std::unique_ptr<Source> source_;
+};
+
+TEST_P(InterfaceTest, IsTakenUpAgainWhenItComesBackAndEverythingCountsOnce) {
+    source_->work();
+    for (std::uint8_t server = 0; server < 100; server++)
+        lookUp(server);
+    EXPECT_TRUE(counts(7500)) << dumpTables(*source_);
+    EXPECT_EQ(source_->tables.users().size(), 1U) << "the interface itself is the router";
+    EXPECT_EQ(source_->captureDrops(), 0U);
+
+    CaptureStderr();
+    close(tap_);
+    EXPECT_TRUE(workUntil(*source_, [&] { return source_->descriptor() == -1; }));
+    tap_ = openTap("lan-test");
+    EXPECT_TRUE(workUntil(*source_, [&] {
+        lookUp(7);
+        const auto locked = source_->lockTables();
+        return source_->tables.rows().at(0).up_accl_byte > 7500;
+    }));
+    EXPECT_THAT(GetCapturedStderr(), HasSubstr("packets are read again"));
+    source_->stop();
+    EXPECT_TRUE(source_->finished());
+}
+
+INSTANTIATE_TEST_SUITE_P(Readers, InterfaceTest, testing::Values(1U, 2U));
+
+TEST_F(PacketSourceTest, AnInterfaceThatStaysAwayIsAFailure) {
+    const int tap = enterNetwork() ? openTap("lan-test") : -1;
     if (tap < 0)
         GTEST_SKIP() << "no tap interface in a namespace of its own: " << strerror(errno);
     options_.name = "lan-test";
+    options_.awaySeconds = 0;
     const auto source = openInterface(options_, error_);
     ASSERT_TRUE(source) << error_;
-
-    const Bytes hello = tcp(50000, 443, kPush | kAck, clientHello("www.youtube.com"));
-    const Bytes frame =
-        ethernet(kPc, kRouter, 0x0800, ipv4({192, 168, 1, 10}, {203, 0, 113, 5}, 6, hello));
-    ASSERT_EQ(write(tap, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
-    EXPECT_TRUE(workUntil(*source, [&] { return !source->tables.rows().empty(); }));
-    const devid_app_rate_entry row = source->tables.rows().at(0);
-    EXPECT_EQ(source->applicationName(row.cat_id, row.app_id), "YouTube");
-    EXPECT_EQ(source->tables.users().size(), 1U) << "the interface itself is the router";
-
-    CaptureStderr();
+    EXPECT_EQ(source->failure(), "");
     close(tap);
-    EXPECT_TRUE(workUntil(*source, [&] { return source->finished(); }));
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("no more packets are read"));
-    EXPECT_EQ(source->descriptor(), -1);
+    EXPECT_TRUE(workUntil(*source, [&] { return !source->failure().empty(); }));
+    EXPECT_THAT(source->failure(), HasSubstr("lan-test has been gone for"));
 }
 
 } // namespace

@@ -29,6 +29,8 @@ TEST(PacketTest, ReadsTheEndsOfAConversationWhateverStandsBeforeThem) {
     const Bytes authentication = Bytes{6, 1} + Bytes(10, 0);
     Bytes merged = from4(0); // may say 0: everything belongs to it
     merged[2] = merged[3] = 0;
+    const auto session = [](std::size_t size) { return Bytes{0x11, 0} + word(7) + word(size); };
+    const auto label = [](std::uint8_t last) { return Bytes{0, 1, last, 64}; };
     enum { kWhole, kFirst, kLater };
     const struct {
         Bytes frame;
@@ -39,6 +41,10 @@ TEST(PacketTest, ReadsTheEndsOfAConversationWhateverStandsBeforeThem) {
         {fromPhone(0x8100, word(0xe014) + word(0x0800) + from4(0)), 0x14, 192, kWhole},
         {fromPhone(0x88a8, word(2) + inner + from4(0)), 0x2003, 192, kWhole},
         {fromPhone(0x0800, from4(0x4000, Bytes(40, 1))), 0, 192, kWhole},
+        {fromPhone(0x8864, session(42) + Bytes{0x21} + from4(0)), 7, 192, kWhole},
+        {fromPhone(0x8100, word(1) + word(0x8864) + session(43) + word(0x21) + from4(0)), 0x10007,
+         192, kWhole},
+        {fromPhone(0x8847, label(0) + label(1) + from4(0)), 0, 192, kWhole},
         {fromPhone(0x0800, merged), 0, 192, kWhole},
         {fromPhone(0x0800, from4(0x2000)), 0, 192, kFirst},
         {fromPhone(0x0800, from4(0x1000)), 0, 192, kLater},
@@ -56,6 +62,26 @@ TEST(PacketTest, ReadsTheEndsOfAConversationWhateverStandsBeforeThem) {
         EXPECT_EQ(packet.laterFragment, row.piece == kLater);
         EXPECT_EQ(packet.sourcePort, row.piece == kLater ? 0 : 40000);
         EXPECT_EQ(packet.tcpFlags, row.piece == kLater ? 0 : kPush | kAck);
+    }
+}
+
+// The first bytes of what is inside must not be taken for an IP header when they are cut or not
+// one.
+TEST(PacketTest, TunnelsThatAreCutOrCarryNoIpHaveNoEnds) {
+    const Bytes inside = ipv4(Bytes(4, 192), Bytes(4, 203), 6, tcp(1, 2, kAck, {}));
+    const Bytes bodies[] = {
+        Bytes{0x11, 0} + word(7) + word(0),
+        Bytes{0x11, 0} + word(7) + word(4) + word(0xc021) + inside, // not for users
+        Bytes{0x12, 0} + word(7) + word(42) + word(0x21) + inside,  // another version
+    };
+    Packet packet;
+    for (const Bytes &body : bodies) {
+        ASSERT_TRUE(parseFrame(fromPhone(0x8864, body), packet));
+        EXPECT_EQ(packet.version, 0);
+    }
+    for (const Bytes &labels : {Bytes{0, 1, 0, 64}, Bytes{0, 1, 1, 64}, Bytes{0, 1, 1, 64, 0}}) {
+        ASSERT_TRUE(parseFrame(fromPhone(0x8848, labels), packet));
+        EXPECT_EQ(packet.version, 0);
     }
 }
 

@@ -1,0 +1,48 @@
+// Finds the position of a device in the user table by its hardware address, in one or two looks
+// however full the table is.
+#pragma once
+
+#include "dpi/usr_ioctl.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace idpfwd {
+
+using Mac = std::array<std::uint8_t, 6>;
+
+// The address as a number; no two addresses share one.
+std::uint64_t macNumber(const Mac &mac);
+
+// Spreads numbers over all 64 bits, so that any of them can choose a slot.
+std::uint64_t spread(std::uint64_t number);
+
+class MacIndex {
+  public:
+    // Where the device is in the table that was last given; of records with the same address the
+    // first one.
+    [[nodiscard]] std::optional<std::size_t> find(const Mac &mac) const;
+
+    // Follows a record that was put at the table's end.
+    void append(const Mac &mac);
+
+    // Follows any other change.
+    void rebuild(std::span<const devid_user_entry> users);
+
+  private:
+    struct Slot {
+        std::uint64_t mac = 0;
+        std::uint32_t position = 0; // from 1; 0 for a free slot
+    };
+
+    void insert(std::uint64_t mac, std::uint32_t position);
+
+    std::vector<Slot> slots_ = std::vector<Slot>(256); // a power of two, at most a quarter taken
+    std::size_t users_ = 0;
+};
+
+} // namespace idpfwd

@@ -1,0 +1,53 @@
+// What tells the conversations of the LAN apart.
+#pragma once
+
+#include "engine/packets/packet.h"
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <deque>
+#include <map>
+
+namespace idpfwd {
+
+// Both directions of a conversation have the same key: the smaller end first.
+struct FlowKey {
+    std::uint32_t vlan = 0;
+    std::uint8_t version = 0;
+    std::uint8_t protocol = 0;
+    std::array<Packet::Address, 2> addresses{};
+    std::array<std::uint16_t, 2> ports{};
+
+    friend auto operator<=>(const FlowKey &, const FlowKey &) = default;
+};
+
+// A number that any of its bits can choose a bucket with.
+std::uint64_t hashOf(const FlowKey &key);
+
+// The key that the packet's own headers give: that of a later fragment has no ports.
+FlowKey keyOf(const Packet &packet);
+
+// The ports of packets that come in pieces. A fragment that doesn't carry its ports is in the flow
+// of the first fragment of its packet, and in the portless flow of the two addresses when that one
+// has not been seen.
+class FragmentPorts {
+  public:
+    // Packets in pieces that are remembered, the oldest is forgotten first.
+    static constexpr std::size_t kMost = 1024;
+
+    // The key of the flow that a fragment belongs to; own is what its headers give.
+    FlowKey keyOf(const Packet &packet, const FlowKey &own);
+
+  private:
+    struct Piece {
+        FlowKey ends;
+        std::uint32_t id = 0;
+        friend auto operator<=>(const Piece &, const Piece &) = default;
+    };
+
+    std::map<Piece, FlowKey> keys_;
+    std::deque<Piece> order_;
+};
+
+} // namespace idpfwd
