@@ -57,7 +57,8 @@ class Message {
     struct Destroy {
         void operator()(natsMsg *message) const { natsMsg_Destroy(message); }
     };
-    // A message is acknowledged by way of the subscription that it came on, which must still be there.
+    // A message is acknowledged by way of the subscription that it came on, which must still be
+    // there.
     std::shared_ptr<natsSubscription> subscription_;
     std::unique_ptr<natsMsg, Destroy> message_;
 };
