@@ -4,6 +4,7 @@
 #   development  headers, the static helper library, files for pkg-config and find_package
 #   workstation  what stands in for the router: `nvram`, `idpfwd`
 #   gateway      what a Linux gateway is served by: units, settings, history, uplink
+#   fleet        what an operator of many routers runs: `fleet-ingest`, its units, examples
 # The prefix may still be changed at install time: nothing that is installed has it written into it.
 
 include(CMakePackageConfigHelpers)
@@ -117,6 +118,8 @@ endif()
 if(WORKSTATION)
   if(TARGET traffic-usage)
     install(TARGETS traffic-usage RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
+    install_man_page(traffic-usage 1 gateway)
+    install(FILES docs/history_format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT gateway)
   endif()
   if(TARGET uplink)
     install(
@@ -124,6 +127,7 @@ if(WORKSTATION)
       RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR}/traffic-usage
       COMPONENT gateway
     )
+    install_man_page(aws_json 8 gateway)
   endif()
 endif()
 if(WORKSTATION AND SYSTEMD_UNIT_DIR)
@@ -169,6 +173,27 @@ if(WORKSTATION AND INIT_SCRIPT_DIR)
     DESTINATION ${settings_dir}/traffic-usage
     COMPONENT gateway
   )
+endif()
+
+# The operator's side: the ingester, and the configuration of the servers around it as examples
+if(FLEET)
+  set(fleet_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/traffic-usage-fleet)
+  install(TARGETS fleet-ingest RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT fleet)
+  install(
+    DIRECTORY fleet/config/
+    DESTINATION ${fleet_doc_dir}/examples
+    COMPONENT fleet
+  )
+  install(DIRECTORY fleet/sql DESTINATION ${fleet_doc_dir} COMPONENT fleet)
+  install(FILES docs/fleet.md DESTINATION ${fleet_doc_dir} COMPONENT fleet)
+  install_man_page(fleet-ingest 8 fleet)
+  if(SYSTEMD_UNIT_DIR)
+    install(
+      DIRECTORY fleet/units/
+      DESTINATION ${SYSTEMD_UNIT_DIR}
+      COMPONENT fleet
+    )
+  endif()
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)

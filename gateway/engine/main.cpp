@@ -1,5 +1,6 @@
 // idpfwd: serves a scenario's or a network's facts to the callers of "/dev/idpfw".
 #include "dpi/usr_ioctl.h"
+#include "engine/confinement.h"
 #include "engine/database_files.h"
 #include "engine/device/device_socket.h"
 #include "engine/dump.h"
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <unistd.h>
 #include <utility>
 
 namespace idpfwd {
@@ -91,6 +93,11 @@ void sayOverflow(const Tables &tables, const char *when) {
     std::cerr << std::endl;
 }
 
+std::filesystem::path dumpFolder(const Options &options) {
+    const std::filesystem::path file(options.dumpFile);
+    return file.has_parent_path() ? file.parent_path() : ".";
+}
+
 // What is not in the tables, although it was captured, or should have been.
 void sayLosses(const Source &source) {
     const Tables &tables = source.tables;
@@ -116,8 +123,7 @@ void writeDump(const Options &options, Source &source) {
         return;
     const auto locked = source.lockTables();
     const std::filesystem::path file(options.dumpFile);
-    const auto folder = file.has_parent_path() ? file.parent_path() : ".";
-    if (!writeWhole(folder, file.filename(), dumpTables(source)))
+    if (!writeWhole(dumpFolder(options), file.filename(), dumpTables(source)))
         std::cerr << kTool << "cannot write " << options.dumpFile << ": " << strerror(errno)
                   << std::endl;
 }
@@ -127,15 +133,43 @@ int fail(const std::string &error) {
     return 1;
 }
 
+// The folder of the dump has to be written to with the rights that are left.
+bool dumpIsPossible(const Options &options, std::string &error) {
+    const std::filesystem::path folder = dumpFolder(options);
+    if (options.dumpFile.empty() || access(folder.c_str(), W_OK) == 0 || errno == ENOENT)
+        return true;
+    error = "cannot write " + options.dumpFile + ": " + strerror(errno);
+    return false;
+}
+
+struct Opened {
+    std::unique_ptr<Source> source;
+    std::unique_ptr<Device> device;
+};
+
+// Opens both, and goes on with no more rights than they need from then on. A file may be one that
+// only root reads, a device is made where only root may; an interface needs one right, which stays.
+bool open(const Options &options, Opened &opened, std::string &error) {
+    const bool live = options.source == SourceKind::kInterface;
+    if (!live && (opened.source = openSource(options, error)) == nullptr)
+        return false;
+    if ((opened.device = openDevice(options, error)) == nullptr)
+        return false;
+    const Needs needs{.packets = live, .callersMemory = opened.device->reachesIntoCallers()};
+    dropRights(needs);
+    if (live && (opened.source = openSource(options, error)) == nullptr)
+        return false;
+    filterCalls(needs);
+    return dumpIsPossible(options, error);
+}
+
 int run(const Options &options) {
     blockSignals();
     std::string error;
-    const auto source = openSource(options, error);
-    if (source == nullptr)
+    Opened opened;
+    if (!open(options, opened, error))
         return fail(error);
-    const auto device = openDevice(options, error);
-    if (device == nullptr)
-        return fail(error);
+    const auto &[source, device] = opened;
     const LoopEvents events{
         .ready =
             [&] {

@@ -33,11 +33,15 @@ constexpr const char *kRetryCountSetting = "awsiot_retry_count";
 constexpr const char *kUserOptionSetting = "RA_useroption_report";
 
 constexpr std::size_t kCommandSize = 512;
+constexpr int kCannotMakeReport = -3;
 
 int write_report(cJSON *document, int group) {
     char path[64];
     format_text(path, sizeof path, "/tmp/aws_json_dir/aws_%s_%d.json", kModel, group);
     const Allocated<char> text(cJSON_Print(document));
+    // Without memory for it an earlier report, settled long ago, would go out in its place.
+    if (document != nullptr && !text)
+        return kCannotMakeReport;
     return ra_output_json_to_file(text.get(), path);
 }
 

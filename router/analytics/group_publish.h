@@ -38,7 +38,8 @@ extern struct dri_update_info DRI_update_info;
  * verdict.
  *
  * 0 whatever became of the publication; -1 for a group outside 0 to 4; -3 when the report file
- * cannot be created.
+ * cannot be created or the document cannot be printed for want of memory: nothing is published
+ * then.
  */
 int ra_send_json_to_cloud_by_group(const struct ra_device_info *device_info, cJSON *document,
                                    int group);

@@ -55,8 +55,8 @@ int getDownloadImageSize(const char *path, uint32_t *size);
 /*
  * Compares two images byte by byte. Logs the outcome to "/dev/console" and "/tmp/dbg_log", and to
  * the latter alone three lines for every byte that differs. The number of bytes that differ: 0 when
- * the images are identical, but also when one cannot be read; 1 also when their sizes differ. The
- * log tells these cases apart.
+ * the images are identical, but also when one cannot be opened; 1 also when their sizes differ. The
+ * log tells these cases apart. Bytes that cannot be read once it is open count as 0xFF.
  */
 int compare_two_binary_files(const char *path_a, const char *path_b);
 

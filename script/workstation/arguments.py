@@ -24,6 +24,9 @@ def make_parser():
     parser.add_argument("--idle-passes", type=int, default=1, metavar="N",
                         help="a period ends after so many passes without growth, and one more "
                         "(default here 1; the daemon's own is 30, five minutes)")
+    parser.add_argument("--stay", action="store_true",
+                        help="leave the LAN with its clients at work until Ctrl-C, and print how to "
+                        "look at it")
     parser.add_argument("--look-up-names", action="store_true",
                         help="ask the name server for devices that did not say their name")
     return parser
@@ -60,6 +63,8 @@ def fault_of(arguments):
             return "--gateway-mac is for --interface and --capture"
         if not re.fullmatch("[0-9a-fA-F]{2}(:[0-9a-fA-F]{2}){5}", arguments.gateway_mac):
             return f"--gateway-mac {arguments.gateway_mac}: this is no aa:bb:cc:dd:ee:ff"
+    if arguments.stay and (arguments.interface or arguments.capture or arguments.scenario):
+        return "--stay is for the LAN of its own: without --interface, --capture and --scenario"
     for option, number in (("--seconds", arguments.seconds),
                            ("--idle-passes", arguments.idle_passes)):
         if number < 1:

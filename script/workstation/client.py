@@ -3,6 +3,7 @@
 import socket
 import ssl
 import struct
+import subprocess
 import sys
 import time
 
@@ -70,13 +71,15 @@ def main():
     wait_for_go()
     bring_up("home0", [f"{address}/24"], gateway)
     say("connected")
-    wait_for_go()
-    time.sleep(0.5)
-    introduce(name, mac, address, vendor_class)
-    for action in actions:
-        use(action, server)
-    say("done")
-    sys.stdin.read()
+    while wait_for_go():
+        time.sleep(0.5)
+        introduce(name, mac, address, vendor_class)
+        for action in actions:
+            use(action, server)
+        say("done")
 
 
-main()
+try:
+    main()
+except (OSError, subprocess.CalledProcessError) as error:
+    sys.exit(f"{sys.argv[1]}: {error}")

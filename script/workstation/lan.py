@@ -49,7 +49,8 @@ class Namespace:
     def expect(self, what):
         line = self.process.stdout.readline().strip()
         if line != what:
-            raise RuntimeError(f"{self.process.args[3]} said {line!r} instead of {what!r}")
+            name = Path(self.process.args[3]).name
+            raise RuntimeError(f"the LAN's {name} said {line!r} instead of {what!r}")
 
     def tell(self, what):
         self.process.stdin.write(what + "\n")
@@ -78,6 +79,7 @@ class Lan:
         self.server.give("internet0")
         self.server.expect("serving")
 
+        self.busy = []
         self.clients = [self._connect(client) for client in CLIENTS]
 
     @staticmethod
@@ -97,7 +99,9 @@ class Lan:
         """Lets all clients do what they do, at the same time."""
         for client in self.clients:
             client.tell("go")
+            self.busy.append(client)
 
     def wait_until_done(self):
-        for client in self.clients:
-            client.expect("done")
+        while self.busy:
+            self.busy[0].expect("done")
+            self.busy.pop(0)

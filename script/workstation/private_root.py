@@ -39,7 +39,7 @@ class PrivateRoot:
         killall = self.path / "bin/killall"
         killall.write_text(KILLALL)
         killall.chmod(0o755)
-        for program in ("trafficUsageDetailsD", "idpfwd", "nvram"):
+        for program in ("trafficUsageDetailsD", "idpfwd", "nvram", "traffic-usage"):
             self.install(build / program, f"/bin/{program}")
         for library in ("libnvram.so", "libnat.so", "libidpfw-shim.so"):
             self.install(build / library, f"/lib/{library}")

@@ -13,9 +13,11 @@ from pathlib import Path
 
 from arguments import parse
 from devices import names_of
+from history import PAGE, History
 from private_root import PrivateRoot
 from report import compare, print_table, records_of, rows_of
 from router import Router, wait_until
+from stay import forward_page, open_page_port, print_commands, stay
 
 PROJECT = Path(__file__).resolve().parents[2]
 BUILD = PROJECT / "build/release"
@@ -47,14 +49,16 @@ def enter_namespaces(arguments):
         if user:
             become_root()
         return "none"
-    sys.exit(run_inside(wrapper))
+    sys.exit(run_inside(wrapper, arguments.stay))
 
 
-def run_inside(wrapper):
+def run_inside(wrapper, with_page):
     """Waits for the program in the namespaces; its end takes along whatever it has started."""
     signal.signal(signal.SIGINT, signal.SIG_IGN)  # Ctrl-C reaches the program itself
+    listener, page = open_page_port() if with_page else (None, {})
     inside = subprocess.Popen([*wrapper, sys.executable, *sys.argv],
-                              env=os.environ | {INSIDE: "own"})
+                              env=os.environ | {INSIDE: "own"} | page,
+                              pass_fds=[listener.fileno()] if listener else [])
     signal.signal(signal.SIGTERM, lambda *_: inside.kill())  # unshare alone would ignore it
     return 143 if inside.wait() < 0 else inside.returncode
 
@@ -134,6 +138,13 @@ def show(router, arguments, lan):
     return compare(reports, counters, ended)
 
 
+def show_staying(router, history, lan):
+    page = forward_page(PAGE)
+    print_commands(router.root, page, " ".join(history.command("show")))
+    stay(lan, interrupt)
+    return history.compare(router)
+
+
 def no_more_interrupts():
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, signal.SIG_IGN)
@@ -148,15 +159,21 @@ def work(arguments):
     namespaces = enter_namespaces(arguments)
     root = PrivateRoot(BUILD)
     router = Router(root, arguments.idle_passes)
+    history = History(root)
     try:
         if namespaces == "own":
             root.show_processes()
         engine_options, lan = choose_source(arguments, namespaces, root)
         router.start(engine_options)
-        return 0 if show(router, arguments, lan) else 1
+        history.start(has_page=lan is not None)
+        if arguments.stay and lan:
+            return 0 if show_staying(router, history, lan) else 1
+        agrees = show(router, arguments, lan)
+        return 0 if history.compare(router) and agrees else 1
     finally:
         no_more_interrupts()
         try:
+            history.stop()
             router.stop()
         finally:
             root.remove()

@@ -93,4 +93,7 @@ def main():
     sys.stdin.read()
 
 
-main()
+try:
+    main()
+except (OSError, subprocess.CalledProcessError) as error:
+    sys.exit(f"the server: {error}")

@@ -41,10 +41,16 @@ class ReadError {
     ~ReadError();
 };
 
+// What the process holds; where the system's allocator counts it (no sanitizer), to within the
+// tolerance.
+std::size_t openDescriptors();
+double bytesInUse();
+extern const double bytesTolerance;
+
 // Runs the body once for every call that it makes of every kind, with that one failing, and again
-// with all from there on: prepare() before each, check() after it, with both outside of the fault.
+// with all from there on: prepare() before each, check(kind) after it, both without the fault.
 // Fails the test when a descriptor or a child is left behind.
 void failEveryCall(const std::function<void()> &prepare, const std::function<void()> &body,
-                   const std::function<void()> &check);
+                   const std::function<void(Call)> &check);
 
 } // namespace rig

@@ -29,6 +29,9 @@ class Device {
     // Why the device is gone for good; empty while it is not.
     [[nodiscard]] virtual std::string failure() const = 0;
 
+    // Whether it reads and writes the memory of callers, who wait meanwhile.
+    [[nodiscard]] virtual bool reachesIntoCallers() const = 0;
+
     // For people: what it is and where.
     [[nodiscard]] virtual std::string description() const = 0;
 };

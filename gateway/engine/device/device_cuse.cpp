@@ -143,6 +143,7 @@ class CuseDevice final : public Device {
 
     [[nodiscard]] bool ready() const override { return appeared_; }
     [[nodiscard]] std::string failure() const override { return failure_; }
+    [[nodiscard]] bool reachesIntoCallers() const override { return true; }
     [[nodiscard]] std::string description() const override {
         return std::string("device ") + IDPFW_DEVICE;
     }

@@ -222,6 +222,7 @@ class SocketDevice final : public Device {
 
     [[nodiscard]] bool ready() const override { return true; }
     [[nodiscard]] std::string failure() const override { return ""; }
+    [[nodiscard]] bool reachesIntoCallers() const override { return false; }
     [[nodiscard]] std::string description() const override {
         return "socket " + path_ + " for " + devicePath_;
     }

@@ -15,6 +15,7 @@
 #include <poll.h>
 #include <random>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <utility>
 
 namespace uplink {
@@ -125,6 +126,7 @@ class Uplink {
     }
 
   private:
+    // Another one in place of a damaged one.
     Outbox openOutbox() {
         std::filesystem::create_directories(options_.state);
         try {
@@ -132,6 +134,8 @@ class Uplink {
         } catch (const DatabaseDamaged &damage) {
             say("the outbox is damaged (" + std::string(damage.what()) + "), kept as " +
                 setAside(options_.state) + ": what waited in it is not sent");
+        } catch (const DatabaseError &error) {
+            throw DatabaseError("cannot use the outbox in " + options_.state + ": " + error.what());
         }
         return {options_.state, config_.outboxLimit};
     }
@@ -211,6 +215,7 @@ void blockSignals() {
 }
 
 int runService(const Options &options, const Config &config) {
+    umask(S_IRWXG | S_IRWXO); // who used what is nobody else's to read
     const Library library;
     Signals signals;
     for (;;) {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -27,6 +29,13 @@ struct FlashSim {
     // done by a short count.
     std::size_t failingCall = 0;
     bool halfDone = false;
+    bool forGood = false; // and all that follow, as when the power is gone
+
+    // NOR: each block is locked until it is unlocked.
+    bool locks = false;
+    // NAND: a write is of whole pages, and a bad block is not to be erased.
+    std::uint32_t pageSize = 1;
+    std::optional<std::uint32_t> badBlock;
 
     // "info", "unlock <start>", "erase <start>", "write <size>", "read 10".
     std::vector<std::string> calls;
@@ -41,6 +50,7 @@ struct FlashSim {
   private:
     int erase(std::uint32_t start, std::uint32_t length);
 
+    std::set<std::uint32_t> unlocked_;
     std::uint32_t eraseSize_;
     std::uint32_t size_;
 };

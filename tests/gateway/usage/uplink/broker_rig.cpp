@@ -92,12 +92,13 @@ int Program::wait() {
 }
 
 bool eventually(const std::function<bool()> &condition) {
-    for (int i = 0; i < 6000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    return false;
+    return true;
 }
 
 void makeCertificates(const Scratch &scratch, const std::string &name, const std::string &host) {

@@ -1,0 +1,158 @@
+// What is sampled, stopped, lost sight of and restarted still is the truth.
+#include "history_rig.h"
+#include "usage/scratch.h"
+
+#include <fstream>
+#include <random>
+
+namespace usage::testing {
+namespace {
+
+constexpr Seconds kStart = 1795219200; // 2026-11-21T00:00:00Z
+
+TEST_F(HistoryTest, CountsAStayInFullAndSaysThatNobodyKnowsWhen) {
+    engine.grow(1, 1, {100, 10});
+    engine.created[1] = kStart - 50;
+    sampleAt(kStart);
+    EXPECT_EQ(total(), engine.truth);
+    EXPECT_EQ(history->present().gaps, (std::vector<Span>{{kStart - 50, kStart}}));
+    sampleAt(kStart + 5);
+    sampleAt(kStart + 16);
+    EXPECT_EQ(history->present().gaps.back(), (Span{kStart + 5, kStart + 16}));
+}
+
+TEST_F(HistoryTest, AFailedRequestCostsItsSampleOnly) {
+    engine.grow(1, 1, {100, 10});
+    sampleAt(kStart);
+    engine.answers = false;
+    engine.grow(1, 1, {1, 1});
+    sampleAt(kStart + 5);
+    EXPECT_FALSE(history->status().engineAnswers);
+    EXPECT_EQ(history->present().lastSample, kStart);
+    engine.answers = true;
+    sampleAt(kStart + 10);
+    EXPECT_EQ(total(), engine.truth);
+}
+
+// Random growth, kills between any two steps, stops, stays that end, engines that restart (each
+// sampled before, as an orderly end is): all bytes, in the slots where they were sampled.
+TEST_F(HistoryTest, KillsAndRestartsLoseAndDoubleNothing) {
+    const InZone zone("Australia/Lord_Howe");
+    std::mt19937 random(7);
+    Seconds time = kStart;
+    std::map<Seconds, Bytes> truthOfSlots;
+    Bytes sampled;
+    for (int step = 0; step < 500; ++step, time += 5 + random() % 90) {
+        for (int i = 0; i < 3; ++i)
+            engine.grow(1 + random() % 5, 1 + random() % 4, {random() % 100000, random() % 1000});
+        sampleAt(time);
+        Bytes &slot = truthOfSlots[time - time % kSlotSeconds];
+        slot.down += engine.truth.down - sampled.down;
+        slot.up += engine.truth.up - sampled.up;
+        sampled = engine.truth;
+        const auto event = random() % 20;
+        if (event == 0)
+            engine.restart();
+        if (event == 1)
+            engine.forget(1 + random() % 5);
+        if (event == 2) {
+            EXPECT_TRUE(history->commit());
+        }
+        if (event <= 6)
+            start(); // a kill: nothing is said to the old one
+    }
+    EXPECT_EQ(total(), engine.truth);
+    for (const auto &[slot, bytes] : truthOfSlots)
+        ASSERT_EQ(ask(slot, slot + 1).total, bytes) << slot;
+    for (const Level step : {Level::kHour, Level::kDay, Level::kMonth})
+        EXPECT_EQ(sumOf(ask(kStart, time, step)), engine.truth);
+}
+
+TEST_F(HistoryTest, AScratchThatFollowsAnotherCommitIsNotUsed) {
+    sampleAt(kStart);
+    engine.grow(1, 1, {100, 10});
+    sampleAt(kStart + 5);
+    std::filesystem::copy(folder / "scratch", folder / "old");
+    EXPECT_TRUE(history->commit());
+    history.reset();
+    std::filesystem::rename(folder / "old", folder / "scratch");
+    start();
+    EXPECT_EQ(total(), engine.truth);
+    history.reset();
+    std::filesystem::resize_file(folder / "scratch", 10);
+    start();
+    sampleAt(kStart + 10);
+    EXPECT_EQ(total(), engine.truth);
+}
+
+TEST_F(HistoryTest, SamplesWaitForAClockThatIsBehindOrLeapsAhead) {
+    sampleAt(100);
+    EXPECT_TRUE(history->status().clockWaits);
+    history->sample({kStart, 105000}); // the clock is set for the first time
+    EXPECT_FALSE(history->status().clockWaits);
+    EXPECT_EQ(history->present().lastSample, kStart);
+    engine.grow(1, 1, {100, 10});
+    history->sample({kStart + 5 + 400 * kDaySeconds, 110000});
+    EXPECT_TRUE(history->status().clockWaits);
+    history->sample({kStart + 10, 115000});
+    EXPECT_FALSE(history->status().clockWaits);
+    EXPECT_EQ(ask(kStart, kStart + kHourSeconds).total, engine.truth);
+    history->sample({kStart - 5, 120000});
+    EXPECT_TRUE(history->status().clockWaits);
+    history->sample({kStart + 5 * kHourSeconds, 125000});
+    EXPECT_TRUE(history->status().clockWaits);
+    history->sample({kStart + 5 * kHourSeconds + 600, 725000}); // it stays there: it is right
+    EXPECT_FALSE(history->status().clockWaits);
+}
+
+TEST_F(HistoryTest, ForgettingMovesBytesToTheOthersAndBeginsAnew) {
+    engine.grow(1, 1, {100, 10});
+    engine.grow(2, 1, {7, 1});
+    sampleAt(kStart);
+    EXPECT_TRUE(history->nameDevice(macOf(1), "mine"));
+    sampleAt(kStart + 2 * kHourSeconds);
+    engine.grow(1, 2, {1000, 0});
+    sampleAt(kStart + 2 * kHourSeconds + 5);
+    EXPECT_TRUE(history->forgetDevice(macOf(1)));
+    EXPECT_EQ(history->present().directory.find(macOf(1)), nullptr);
+    const Answer answer = ask(kStart, now + 1);
+    EXPECT_EQ(answer.others, (Bytes{1100, 10}));
+    EXPECT_EQ(answer.rows.size(), 1U);
+    engine.grow(1, 2, {5, 5});
+    sampleAt(now + 5);
+    start();
+    EXPECT_EQ(history->present().directory.find(macOf(1))->name(), "host-1");
+    EXPECT_EQ(ask(kStart, now + 1).rows.size(), 2U);
+    EXPECT_EQ(total(), engine.truth);
+}
+
+TEST_F(HistoryTest, AYearKeepsEveryByteWhateverIsAsked) {
+    const InZone zone("America/New_York");
+    const Seconds end = kStart + 430 * kDaySeconds;
+    for (Seconds time = kStart; time < end; time += 11 * kHourSeconds + 1000) {
+        const auto number = static_cast<std::uint32_t>(time / kDaySeconds);
+        engine.forget(number - 2); // a new address every day
+        engine.grow(number, 1, {1000, 10});
+        engine.grow(7, static_cast<std::uint16_t>(1 + number % 9), {5, 5});
+        sampleAt(time);
+    }
+    EXPECT_TRUE(history->commit());
+    EXPECT_EQ(total(), engine.truth);
+    EXPECT_EQ(ask(kStart, end).resolution, 30 * kDaySeconds);
+    EXPECT_EQ(ask(end - 390 * kDaySeconds, end).resolution, kDaySeconds);
+    EXPECT_EQ(ask(end - 60 * kDaySeconds, end).resolution, kHourSeconds);
+    EXPECT_EQ(ask(end - kDaySeconds, end).resolution, kSlotSeconds);
+    for (const Seconds days : {1, 20, 100, 300, 430}) {
+        const Answer whole = ask(end - days * kDaySeconds, end);
+        EXPECT_EQ(sumOf(whole), whole.total);
+        for (const Level step : {Level::kHour, Level::kDay, Level::kMonth}) {
+            const Answer stepped = ask(end - days * kDaySeconds, end, step);
+            EXPECT_EQ(sumOf(stepped), whole.total) << days;
+        }
+    }
+    // Nobody that no period tells of is remembered: those of the days, and of the months before.
+    EXPECT_LT(history->present().directory.devices().size(), 445U);
+}
+
+} // namespace
+} // namespace usage::testing

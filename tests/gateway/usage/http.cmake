@@ -1,0 +1,25 @@
+# The HTTP server over loopback, with a clock of its own.
+add_executable(usage_http_test http_auth_test.cpp http_test.cpp)
+target_link_libraries(
+  usage_http_test
+  PRIVATE usage_http test_options PkgConfig::libcrypt PkgConfig::zlib GTest::gmock GTest::gtest_main
+)
+
+# What the page, the metrics, the messages and the setup are made of.
+add_executable(usage_page_parts_test page_parts_test.cpp)
+target_link_libraries(
+  usage_page_parts_test PRIVATE usage_core usage_http test_options GTest::gmock GTest::gtest_main
+)
+
+foreach(suite usage_http_test usage_page_parts_test)
+  set_target_properties(${suite} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
+  discover_suite(${suite})
+endforeach()
+
+# The page in a browser: Debian's own Python, which has Debian's modules.
+add_test(
+  NAME usage_page_test
+  COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/page_test.py $<TARGET_FILE:traffic-usage>
+          $<TARGET_FILE:idpfwd> $<TARGET_FILE:idpfw-shim>
+)
+set_tests_properties(usage_page_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 400)

@@ -1,0 +1,235 @@
+// The store against power cuts, damage, want of room and strangers.
+#include "careless_vfs.h"
+#include "history_rig.h"
+
+#include <fstream>
+#include <gmock/gmock.h>
+#include <random>
+
+namespace usage::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr Seconds kStart = 1795219200; // 2026-11-21T00:00:00Z
+
+class StoreTest : public HistoryTest {
+  protected:
+    void growAndSample(int times, Seconds every) {
+        for (int i = 0; i < times; ++i) {
+            engine.grow(1 + static_cast<std::uint32_t>(i) % 5, 1, {1000, 100});
+            sampleAt(now + every);
+        }
+    }
+    std::string file() { return storeFile(folder.path()); }
+    std::string reasonOfRefusal() {
+        try {
+            start();
+        } catch (const StoreError &error) {
+            return error.what();
+        }
+        return "";
+    }
+};
+
+// Cut at every write and sync of some commits, the store opens again, has all of a commit or
+// nothing of it, and counting goes on to the truth.
+TEST_F(StoreTest, APowerCutAtAnyWriteLeavesAWholeCommit) {
+    const auto life = [&](CarelessVfs &vfs) {
+        engine.beginAgain();
+        std::filesystem::remove(folder / "scratch");
+        start(CarelessVfs::kName);
+        now = kStart;
+        growAndSample(30, 1200);
+        const std::size_t before = vfs.steps();
+        growAndSample(9, 1200);
+        return vfs.steps() - before;
+    };
+    std::size_t cuts = 0;
+    {
+        CarelessVfs vfs;
+        cuts = life(vfs);
+        history.reset();
+    }
+    ASSERT_GT(cuts, 20U);
+    for (std::size_t cut = 0; cut < cuts; ++cut) {
+        SCOPED_TRACE(cut);
+        CarelessVfs vfs;
+        life(vfs);
+        const Bytes committed = [&] {
+            EXPECT_TRUE(history->commit());
+            return engine.truth;
+        }();
+        vfs.cutAfter(cut);
+        growAndSample(9, 1200);
+        const Bytes atMost = engine.truth;
+        history.reset();
+        vfs.restore(cut % 3);
+        std::filesystem::remove(folder / "scratch"); // it was in memory
+        told.clear();
+        start(CarelessVfs::kName);
+        EXPECT_EQ(told, "");
+        EXPECT_GE(total().down, committed.down);
+        EXPECT_LE(total().down, atMost.down);
+        growAndSample(1, 5);
+        EXPECT_EQ(total(), engine.truth);
+        history.reset();
+    }
+}
+
+TEST_F(StoreTest, AFullDiskStopsWritingNotCounting) {
+    CarelessVfs vfs;
+    start(CarelessVfs::kName);
+    now = kStart;
+    growAndSample(3, 5);
+    vfs.fill(true);
+    growAndSample(60, 1000);
+    EXPECT_EQ(history->status().store, StoreHealth::kFull);
+    EXPECT_FALSE(history->nameDevice(macOf(1), "nobody"));
+    EXPECT_EQ(history->present().directory.find(macOf(1))->name(), "host-1");
+    EXPECT_EQ(total(), engine.truth);
+    EXPECT_LE(history->present().slots.size(), 36U); // however long it takes
+    vfs.fill(false);
+    growAndSample(1, 1000);
+    EXPECT_EQ(history->status().store, StoreHealth::kOk);
+    EXPECT_TRUE(history->present().slots.empty());
+    EXPECT_EQ(total(), engine.truth);
+    history.reset();
+}
+
+// Whatever is done to the file: the service starts or says why not, nothing is thrown away, and no
+// damaged number is shown.
+TEST_F(StoreTest, DamageIsPutAsideOrRefusedAndNeverShown) {
+    now = kStart;
+    growAndSample(200, 1200);
+    EXPECT_TRUE(history->commit());
+    history.reset();
+    const Bytes truth = engine.truth;
+    std::filesystem::copy(file(), folder / "good");
+    const auto size = std::filesystem::file_size(folder / "good");
+    std::mt19937 random(3);
+    int asides = 0;
+    for (int round = 0; round < 150; ++round) {
+        SCOPED_TRACE(round);
+        for (const auto &entry : std::filesystem::directory_iterator(folder.path())) {
+            if (entry.path() != folder / "good")
+                std::filesystem::remove(entry.path());
+        }
+        std::filesystem::copy(folder / "good", file());
+        if (round % 3 == 0) {
+            std::filesystem::resize_file(file(), random() % size);
+        } else {
+            std::fstream stream(file(), std::ios::in | std::ios::out | std::ios::binary);
+            stream.seekp(static_cast<std::streamoff>(random() % size));
+            const std::string noise(1 + random() % 64, static_cast<char>(random()));
+            stream.write(noise.data(), static_cast<std::streamsize>(noise.size()));
+        }
+        told.clear();
+        if (!reasonOfRefusal().empty())
+            continue;
+        try {
+            EXPECT_LE(total().down, truth.down);
+        } catch (const SqlError &error) {
+            EXPECT_TRUE(error.isDamage()) << error.what();
+        }
+        if (history->status().store == StoreHealth::kSetAside) {
+            ++asides;
+            EXPECT_TRUE(std::filesystem::exists(history->store().setAsideAs()));
+            EXPECT_THAT(told, HasSubstr("put aside as"));
+            EXPECT_TRUE(history->commit());
+        }
+    }
+    EXPECT_GT(asides, 20);
+}
+
+TEST_F(StoreTest, DamageFoundAtWorkBeginsANewStoreWithoutLosingTheRunningHour) {
+    now = kStart;
+    growAndSample(40, 1200);
+    EXPECT_TRUE(history->nameDevice(macOf(1), "mine"));
+    engine.grow(1, 1, {5, 5});
+    sampleAt(now + 5);
+    history.reset();
+    {
+        Database database(file(), SQLITE_OPEN_READWRITE);
+        database.run("UPDATE slot SET packed = x'00' WHERE start = (SELECT max(start) FROM slot)");
+    }
+    start();
+    EXPECT_EQ(history->status().store, StoreHealth::kOk);
+    EXPECT_TRUE(history->commit());
+    EXPECT_EQ(history->status().store, StoreHealth::kSetAside);
+    EXPECT_EQ(total(), (Bytes{5, 5}));
+    start();
+    EXPECT_EQ(history->present().directory.find(macOf(1))->name(), "mine");
+    growAndSample(1, 5);
+    EXPECT_EQ(total(), (Bytes{1005, 105}));
+}
+
+TEST_F(StoreTest, StoresOfOthersAreLeftAsTheyAre) {
+    EXPECT_THAT(
+        [&] {
+            Present present;
+            Store(StoreOptions{.folder = folder.path()}, present);
+        },
+        ::testing::ThrowsMessage<StoreError>(HasSubstr("in use by another service")));
+    history.reset();
+    for (const auto &[sql, reason] : std::map<const char *, const char *>{
+             {"PRAGMA user_version = 7", "version 7"},
+             {"PRAGMA application_id = 99; PRAGMA user_version = 1", "another program's"},
+             {"PRAGMA application_id = 0", "another program's"}}) {
+        { Database(file(), SQLITE_OPEN_READWRITE).run(sql); }
+        EXPECT_THAT(reasonOfRefusal(), HasSubstr(reason));
+    }
+    EXPECT_EQ(Database(file(), SQLITE_OPEN_READONLY).number("SELECT count(*) FROM quota"), 0);
+    std::filesystem::remove(file());
+    std::filesystem::create_directory(file());
+    EXPECT_THAT(reasonOfRefusal(), HasSubstr("cannot open"));
+    folder.remove();
+    EXPECT_THAT(reasonOfRefusal(), HasSubstr("cannot make"));
+}
+
+TEST_F(StoreTest, TheOldestGoesWhenTheLimitIsReachedAndTotalsStay) {
+    limit = 120000;
+    start();
+    now = kStart;
+    for (int day = 0; day < 100; ++day) {
+        for (std::uint16_t i = 0; i < 300; ++i)
+            engine.grow(1U + i % 5U, i, {1U + i, 1});
+        sampleAt(now + 6 * kHourSeconds);
+    }
+    EXPECT_LE(history->store().usedBytes(), limit + 20000);
+    EXPECT_THAT(told, HasSubstr("the store is at its limit"));
+    EXPECT_EQ(total(), engine.truth);
+    EXPECT_EQ(sumOf(ask(kStart, now + 1, Level::kDay)), engine.truth);
+}
+
+TEST_F(StoreTest, ManyDevicesInADayBecomeOneEntryOfOthers) {
+    now = kStart;
+    for (std::uint32_t i = 0; i < 400; ++i) {
+        engine.grow(i + 1, 1, {1000 + i, 1});
+        sampleAt(now + 100);
+        engine.forget(i + 1);
+    }
+    sampleAt(kStart + kDaySeconds);
+    EXPECT_TRUE(history->commit());
+    const Answer day = ask(kStart, kStart + kDaySeconds);
+    EXPECT_EQ(day.rows.size(), 256U);
+    EXPECT_EQ(day.rows.back().bytes.down, 1144U); // those with the most are told apart
+    EXPECT_EQ(day.total, engine.truth);
+    EXPECT_EQ(sumOf(day), engine.truth);
+}
+
+TEST_F(StoreTest, ABackupIsAWholeStoreOfItsOwn) {
+    now = kStart;
+    growAndSample(10, 1200);
+    EXPECT_TRUE(history->commit());
+    const Folder other;
+    history->store().backUp(storeFile(other.path()));
+    Present present;
+    const auto copy = Store::openToRead(other.path(), present);
+    Question question;
+    question.range = {kStart, now + 1};
+    EXPECT_EQ(usage::ask(present, *copy, question).total, engine.truth);
+}
+
+} // namespace
+} // namespace usage::testing
