@@ -215,8 +215,7 @@ class SocketDevice final : public Device {
             if (watched[i++].revents != 0)
                 client.turn(server);
         }
-        std::erase_if(clients_,
-                      [&](const Client &client) { return client.done(crowded()); });
+        std::erase_if(clients_, [&](const Client &client) { return client.done(crowded()); });
         if (watched[0].revents != 0)
             acceptClients(server);
     }
@@ -232,9 +231,7 @@ class SocketDevice final : public Device {
     // Whether somebody may have to wait for one of the present callers to be done.
     [[nodiscard]] bool crowded() const { return clients_.size() >= kMaxClients; }
 
-    [[nodiscard]] bool accepting() const {
-        return !crowded() && Clock::now() >= pausedUntil_;
-    }
+    [[nodiscard]] bool accepting() const { return !crowded() && Clock::now() >= pausedUntil_; }
 
     void acceptClients(RequestServer &server) {
         // So many at a time, so that packets and signals get their turn too.
