@@ -118,6 +118,8 @@ endif()
 if(WORKSTATION)
   if(TARGET traffic-usage)
     install(TARGETS traffic-usage RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
+    install_man_page(traffic-usage 1 gateway)
+    install(FILES docs/history_format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT gateway)
   endif()
   if(TARGET uplink)
     install(

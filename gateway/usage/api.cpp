@@ -154,6 +154,8 @@ HttpReply Api::get(const HttpRequest &request) {
     if (is("device") || is("forget") || is("quota") || is("commit"))
         return notAllowed("POST");
     allowOnly(request.parameters, {});
+    if (is("now") && history_ == nullptr)
+        return errorReply(503, "no_service", "", "the service does not run, so there is no now");
     if (is("now"))
         return reply(nowJson(view_()));
     if (is("quotas"))

@@ -59,6 +59,9 @@ void History::sample(Moment now) {
     refreshZone();
     if (!clockIsGood(now))
         return;
+    if (commitAt_ == 0) // what a scratch brought may be of an hour that has ended
+        commitAt_ =
+            periodAt(Level::kHour, present_.lastSample != 0 ? present_.lastSample : now.wall).to;
     const auto reading = engine_.read();
     tellChange(status_.engineAnswers, reading.has_value(), "the engine answers",
                "the engine does not answer");
@@ -70,8 +73,6 @@ void History::sample(Moment now) {
         count(*reading, grown, now);
         present_.lastSample = now.wall;
     }
-    if (commitAt_ == 0)
-        commitAt_ = periodAt(Level::kHour, now.wall).to;
     const bool due = now.wall >= commitAt_;
     if (due && commit())
         commitAt_ = periodAt(Level::kHour, now.wall).to;

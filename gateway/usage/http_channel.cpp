@@ -286,8 +286,8 @@ MHD_Result HttpChannel::send(MHD_Connection *connection, HttpReply reply) {
 }
 
 MHD_Result HttpChannel::queue(MHD_Connection *connection, HttpReply reply, bool unchanged) {
-    auto sent = std::make_unique<Sent>(unchanged ? std::string() : std::move(reply.body),
-                                       &answers_.outstanding);
+    std::unique_ptr<Sent> sent(new Sent{.text = unchanged ? "" : std::move(reply.body),
+                                        .outstanding = &answers_.outstanding});
     MHD_Response *response = MHD_create_response_from_buffer_with_free_callback_cls(
         sent->text.size(), sent->text.data(), forget, sent.get());
     if (response == nullptr)

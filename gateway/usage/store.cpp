@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <utility>
 
 namespace usage {
@@ -97,11 +99,10 @@ std::string storeFile(const std::string &folder) {
 
 Store::Store(StoreOptions options, Present &present) : options_(std::move(options)) {
     const std::string file = storeFile(options_.folder);
+    lockFolder();
     try {
         openService(present);
     } catch (const SqlError &error) {
-        if (error.code() == SQLITE_BUSY)
-            throw StoreError(file + " is in use by another service");
         if (!error.isDamage())
             throw StoreError("cannot open " + file + ": " + error.what());
         startAnew(present);
@@ -131,13 +132,25 @@ std::unique_ptr<Store> Store::openToRead(const std::string &folder, Present &pre
     throw StoreError("cannot read " + file);
 }
 
+// SQLite's own lock would not tell another service from somebody who only reads for a moment.
+void Store::lockFolder() {
+    if (options_.vfs != nullptr)
+        return;
+    const std::string file = options_.folder + "/lock";
+    lock_ = std::make_unique<Descriptor>(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    if (!*lock_)
+        throw StoreError("cannot make " + file + ": " + strerror(errno));
+    if (flock(lock_->get(), LOCK_EX | LOCK_NB) != 0)
+        throw StoreError(storeFile(options_.folder) + " is in use by another service");
+}
+
 void Store::openService(Present &present) {
     database_ = std::make_unique<Database>(
         storeFile(options_.folder),
         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, options_.vfs);
-    // The lock that keeps a second service out is taken with the first access and never given back.
+    // The lock is taken with the first access, when readers have left, and never given back.
     database_->run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-1024;"
-                   "PRAGMA temp_store=MEMORY");
+                   "PRAGMA temp_store=MEMORY; PRAGMA busy_timeout=10000");
     database_->run("BEGIN EXCLUSIVE; COMMIT");
     const bool isNew = database_->number("PRAGMA application_id") == 0 &&
                        database_->number("SELECT count(*) FROM sqlite_schema") == 0;

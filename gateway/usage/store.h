@@ -2,6 +2,7 @@
 // none does.
 #pragma once
 
+#include "common/file.h"
 #include "usage/present.h"
 #include "usage/sqlite.h"
 
@@ -65,6 +66,7 @@ class Store {
     struct Progress; // how far periods are made and kept
     Store() = default;
 
+    void lockFolder();
     void openService(Present &present);
     void setAside();
     void check();
@@ -83,6 +85,7 @@ class Store {
     void writePresent(const Present &present, const Progress &progress, std::uint64_t name);
 
     StoreOptions options_;
+    std::unique_ptr<Descriptor> lock_; // held for as long as a service has the store
     std::unique_ptr<Database> database_;
     std::string setAsideAs_;
     std::string note_;

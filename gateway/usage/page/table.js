@@ -47,7 +47,7 @@ const numberCell = (kind, bytes, written, exact) =>
 // rows: [{key, name, note, fresh, target, down, up}]; what: {total, others, rates}.
 export function drawTable(rows, view, what) {
   const all = total(what.total);
-  const unit = what.rates ? null : unitOf(all);
+  const unit = what.rates ? null : unitOf(Math.max(0, ...rows.map(total)));
   const written = what.rates ? rate : bytes => inUnit(bytes, unit);
   const exact = what.rates ? () => null : exactly;
   const numbers = row => ["down", "up", "total"].map(kind => {

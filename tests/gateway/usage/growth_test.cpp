@@ -88,6 +88,12 @@ TEST(PackingTest, WhatWasPackedComesBackAndNothingElseDoes) {
     }
 }
 
+TEST(PackingTest, TheDocumentedExampleIsWhatIsWritten) {
+    EXPECT_EQ(packTraffic({{{1, 2}, {300, 5}}, {{3, 2}, {1, 1}}}),
+              (Packed{0x01, 0x02, 0x01, 0x01, 0x02, 0xAC, 0x02, 0x05, 0x02, 0x01, 0x02, 0x01, 0x01,
+                      0x05, 0x0E, 0x37, 0xAB}));
+}
+
 TEST(PackingTest, RefusesFormsThatNobodyWrites) {
     const auto withSum = [](std::initializer_list<std::uint64_t> numbers) {
         Packer packer;

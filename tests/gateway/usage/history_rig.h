@@ -38,7 +38,8 @@ class Folder {
     }
     Folder(const Folder &) = delete;
     Folder &operator=(const Folder &) = delete;
-    ~Folder() { std::filesystem::remove_all(path_); }
+    ~Folder() { remove(); }
+    void remove() const { std::filesystem::remove_all(path_); }
     [[nodiscard]] std::string operator/(const std::string &name) const {
         return path_ + "/" + name;
     }

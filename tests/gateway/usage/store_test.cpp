@@ -183,6 +183,8 @@ TEST_F(StoreTest, StoresOfOthersAreLeftAsTheyAre) {
     std::filesystem::remove(file());
     std::filesystem::create_directory(file());
     EXPECT_THAT(reasonOfRefusal(), HasSubstr("cannot open"));
+    folder.remove();
+    EXPECT_THAT(reasonOfRefusal(), HasSubstr("cannot make"));
 }
 
 TEST_F(StoreTest, TheOldestGoesWhenTheLimitIsReachedAndTotalsStay) {
