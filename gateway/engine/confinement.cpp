@@ -77,7 +77,8 @@ bool allowInPart(scmp_filter_ctx filter, const Needs &needs) {
     done &= seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0) == 0;
     done &= allowWhere(filter, "prctl", SCMP_A0(SCMP_CMP_EQ, PR_SET_NAME));
     if (needs.packets) {
-        for (const int family : {AF_PACKET, AF_INET, AF_NETLINK}) // the interface and its facts
+        // The interface, and how the libraries look for it and its address.
+        for (const int family : {AF_PACKET, AF_INET, AF_NETLINK, AF_UNIX})
             done &= allowWhere(filter, "socket",
                                SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
         done &= allow(filter, "bind");

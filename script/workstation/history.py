@@ -5,13 +5,25 @@ import subprocess
 import time
 from datetime import datetime
 
-from report import rows_of
 from router import wait_until
 
 INSTANCE = "lan"
 LOG = "/var/log/history.log"
 PAGE = ("127.0.0.1", 8080)  # where the LAN's router is
 SAMPLING_SECONDS = 2
+
+
+def rows_of(counters):
+    """(MAC, category, application) -> (up, down), as the history names them."""
+    rows = {}
+    for user in counters["users"]:
+        for row in user["rows"]:
+            category = row["category"] or f"Category {row['cat_id']}"
+            application = row["application"] or f"Application {row['cat_id']}/{row['app_id']}"
+            if row["up_bytes"] or row["down_bytes"]:
+                rows[(user["mac"].upper(), category, application)] = (row["up_bytes"],
+                                                                      row["down_bytes"])
+    return rows
 
 
 class History:

@@ -12,11 +12,14 @@ import time
 from pathlib import Path
 
 from lan import Lan, ip
-from report import compare, print_table, rows_of
+from report import compare, rows_of
 
 SCRIPT = "/etc/init.d/trafficUsageDetailsD"
 UPLINK = "/usr/local/libexec/aws_json"
 INSTANCES = ("br0", "br1")
+HISTORY = Path("/usr/bin/traffic-usage")  # where the build had what it needs
+UNITS = ["idpfwd", "trafficUsageDetailsD", "traffic-usage-uplink",
+         *(["traffic-usage-history"] if HISTORY.exists() else [])]
 QUIET_LOOKS = 4  # passes without growth, after which every period has ended
 
 
@@ -79,11 +82,12 @@ def what_others_planted_is_refused_and_harms_no_instance():
 
 def one_command_starts_all_of_it():
     Path("/etc/traffic-usage/gateway.conf").write_text("IDLE_PASSES=1\nREPORT_EVERY=0\n")
-    Path("/etc/traffic-usage/gateway-br1.conf").write_text("REPORT_EVERY=12\n")
+    Path("/etc/traffic-usage/gateway-br1.conf").write_text(
+        'REPORT_EVERY=12\nHISTORY_OPTIONS="--listen 127.0.0.1:8081"\n')
     run("systemctl", "enable", "--now", "traffic-usage@br0.target")
     run("systemctl", "start", "traffic-usage@br1.target")
     for instance in INSTANCES:
-        for unit in ("idpfwd", "trafficUsageDetailsD", "traffic-usage-uplink"):
+        for unit in UNITS:
             assert is_active(f"{unit}@{instance}"), f"{unit}@{instance} is not active"
         wait_until(Path(f"/var/lib/traffic-usage-uplink/{instance}/ready").exists, "the uplink")
 
@@ -98,8 +102,17 @@ def the_report_agrees_with_the_engine(lan):
         time.sleep(10)
         looks.append(rows_of(counters()))
     report = ask_for_report()
-    print_table([report], counters())
     assert compare([report], counters(), set(looks[-1]))
+
+
+def the_history_agrees_with_the_engine():
+    def agrees():
+        shown = json.loads(run(str(HISTORY), "show", "--instance", "br0", "--format", "json"))
+        rows = rows_of(counters()).values()
+        return shown["total"] == {"down": sum(row[1] for row in rows),
+                                  "up": sum(row[0] for row in rows)}
+    if HISTORY.exists():
+        wait_until(agrees, "a history of what the engine has counted")
 
 
 def instances_keep_apart():
@@ -167,6 +180,7 @@ def first_boot():
     ip("link", "set", "br1", "up")
     one_command_starts_all_of_it()
     the_report_agrees_with_the_engine(lan)
+    the_history_agrees_with_the_engine()
     instances_keep_apart()
     what_fails_comes_back()
     an_upgrade_starts_what_ran_anew()
