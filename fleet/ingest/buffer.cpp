@@ -126,7 +126,7 @@ void Buffer::bind() {
     demand(js_PullSubscribe(&subscription, stream_.get(), kFilter, kConsumer, nullptr, &options,
                             &error),
            "the consumer 'ingest' can't be used (is fleet-ingest setup done?)");
-    subscription_.reset(subscription);
+    subscription_.reset(subscription, natsSubscription_Destroy);
 }
 
 std::vector<Message> Buffer::fetch(int most, std::chrono::milliseconds patience) {
@@ -137,7 +137,7 @@ std::vector<Message> Buffer::fetch(int most, std::chrono::milliseconds patience)
         natsSubscription_Fetch(&list, subscription_.get(), most, patience.count(), &error);
     std::vector<Message> messages;
     for (int i = 0; i < list.Count; ++i) {
-        messages.emplace_back(list.Msgs[i]);
+        messages.emplace_back(list.Msgs[i], subscription_);
         list.Msgs[i] = nullptr; // ours now
     }
     natsMsgList_Destroy(&list);

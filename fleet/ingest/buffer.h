@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fleet {
@@ -39,7 +40,8 @@ struct BufferAddress {
 // A message that was fetched. It stays with this ingester until it is acknowledged or given back.
 class Message {
   public:
-    explicit Message(natsMsg *message) : message_(message) {}
+    Message(natsMsg *message, std::shared_ptr<natsSubscription> subscription)
+        : subscription_(std::move(subscription)), message_(message) {}
 
     [[nodiscard]] std::string_view subject() const;
     [[nodiscard]] std::string_view body() const;
@@ -55,6 +57,9 @@ class Message {
     struct Destroy {
         void operator()(natsMsg *message) const { natsMsg_Destroy(message); }
     };
+    // A message is acknowledged by way of the subscription that it came on, which must still be
+    // there.
+    std::shared_ptr<natsSubscription> subscription_;
     std::unique_ptr<natsMsg, Destroy> message_;
 };
 
@@ -117,7 +122,7 @@ class Buffer {
     };
     std::unique_ptr<natsConnection, Release<natsConnection_Destroy>> connection_;
     std::unique_ptr<jsCtx, Release<jsCtx_Destroy>> stream_;
-    std::unique_ptr<natsSubscription, Release<natsSubscription_Destroy>> subscription_;
+    std::shared_ptr<natsSubscription> subscription_;
 };
 
 } // namespace fleet

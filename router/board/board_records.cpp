@@ -39,11 +39,25 @@ bool holds_magic(const unsigned char *block, std::size_t offset) {
            load_u32(block + offset + offsetof(RecordHeader, magic)) == kRecordMagic;
 }
 
+// Where the next header at or behind offset stands; kSearchEnd when there is none.
+std::size_t next_header(const unsigned char *block, std::size_t offset) {
+    constexpr int kFirstByte = kRecordMagic & 0xFF;
+    while (offset < kSearchEnd) {
+        const void *found = memchr(block + offset, kFirstByte, kSearchEnd - offset);
+        if (found == nullptr)
+            break;
+        offset = static_cast<std::size_t>(static_cast<const unsigned char *>(found) - block);
+        if (holds_magic(block, offset))
+            return offset;
+        ++offset;
+    }
+    return kSearchEnd;
+}
+
 // The data of the first record of this id that another header follows; a null span without one.
 Data find_record(const unsigned char *block, int id) {
-    for (std::size_t offset = kRecordArea; offset < kSearchEnd; ++offset) {
-        if (!holds_magic(block, offset))
-            continue;
+    for (std::size_t offset = next_header(block, kRecordArea); offset < kSearchEnd;
+         offset = next_header(block, offset + 1)) {
         const unsigned char *header = block + offset;
         const std::size_t length = load_u16(header + offsetof(RecordHeader, length));
         if (load_u16(header + offsetof(RecordHeader, id)) == id &&

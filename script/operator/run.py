@@ -46,6 +46,8 @@ def parse():
                         help="what the buffer may hold; with --late and little room it refuses")
     parser.add_argument("--store-away", type=float, default=0, metavar="SECONDS",
                         help="kill both replicas a third into the run, for so long")
+    parser.add_argument("--sanitized", action="store_true",
+                        help="ingesters of build/dev, with sanitizers and without a limit of memory")
     parser.add_argument("--ports", type=int, default=25000, help="first of 100 ports")
     parser.add_argument("--keep", action="store_true", help="leave the folder with data and logs")
     options = parser.parse_args()
@@ -92,7 +94,7 @@ class Run:
                 uplink.process.start()
 
     def start_ingesters(self):
-        self.stage.start_ingesters(self.options.ingesters)
+        self.stage.start_ingesters(self.options.ingesters, self.options.sanitized)
         wait_until(lambda: all(self.stage.fetch(self.stage.address("health", i), "/healthz")[0]
                                for i in range(self.options.ingesters)), 30, "ingesters answering")
 
@@ -154,6 +156,8 @@ class Run:
             if now < self.options.seconds:
                 for uplink in self.uplinks:
                     uplink.write(now)
+            for uplink in self.uplinks:
+                uplink.watch()
             self.look(now)
             time.sleep(0.2)
         while self.faults.down and self.options.store_away:

@@ -14,6 +14,7 @@ from process import Process, wait_until
 
 CONFIG = "fleet/config"
 PROGRAMS = "build/release"
+SANITIZED = "build/dev"
 JARS = "/usr/share/java"
 PASSWORD = "only-on-loopback"
 DEVICE_KEY = "a key that only this run has"
@@ -156,12 +157,13 @@ class Stage:
                        ["clickhouse-server", f"--config-file={os.path.abspath(CONFIG)}/clickhouse/config.xml"],
                        self.path(f"replica{number}.out"), environment, descriptors=65536)
 
-    def make_ingester(self, number):
+    def make_ingester(self, number, sanitized):
+        folder = SANITIZED if sanitized else PROGRAMS
         return Process(f"ingester {number + 1}",
-                       [f"{PROGRAMS}/fleet-ingest", "ingest", "--device-key-file",
+                       [f"{folder}/fleet-ingest", "ingest", "--device-key-file",
                         self.path("device.key"), "--listen", self.address("health", number)],
                        self.path(f"ingester{number}.log"), self.ingest_environment(),
-                       memory=self.memory["ingester"] << 20)
+                       memory=None if sanitized else self.memory["ingester"] << 20)
 
     def start_servers(self):
         self.zookeeper = self.make_zookeeper()
@@ -175,8 +177,8 @@ class Stage:
         for number in range(REPLICAS):
             wait_until(lambda n=number: self.replica_answers(n), 60, f"replica {number + 1} coming up")
 
-    def start_ingesters(self, count=INGESTERS):
-        self.ingesters = [self.make_ingester(i) for i in range(count)]
+    def start_ingesters(self, count, sanitized):
+        self.ingesters = [self.make_ingester(i, sanitized) for i in range(count)]
         for process in self.ingesters:
             process.start()
 

@@ -93,8 +93,9 @@ def compare(reports, counters, ended):
                for key in reported.keys() - rows.keys()]
     for fault in faults:
         print(f"DISAGREES: {fault}")
+    drops = counters["capture_drops"]
     print(f"{agreeing} of {len(ended)} ended device/application rows agree with the engine's own "
-          "counters to the byte.")
+          f"counters to the byte.{'' if drops is None else f' The kernel dropped {drops} packets.'}")
     if not ended:
         print("No period had ended, so there was nothing to compare: watch for longer (--seconds).")
     return not faults and agreeing > 0

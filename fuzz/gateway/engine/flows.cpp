@@ -36,7 +36,8 @@ std::uint64_t expected(Packet::Bytes frame) {
     Packet packet;
     if (!parseFrame(frame, packet))
         return 0;
-    return frame.size() * ((concerns(packet.source) ? 1U : 0U) + (concerns(packet.destination) ? 1U : 0U));
+    return frame.size() *
+           ((concerns(packet.source) ? 1U : 0U) + (concerns(packet.destination) ? 1U : 0U));
 }
 
 } // namespace

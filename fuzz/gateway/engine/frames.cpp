@@ -8,8 +8,8 @@ namespace {
 using idpfwd::Packet;
 
 bool lies_in(Packet::Bytes part, Packet::Bytes whole) {
-    return part.empty() ||
-           (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
+    return part.empty() || (part.data() >= whole.data() &&
+                            part.data() + part.size() <= whole.data() + whole.size());
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "gateway/engine/scratch.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <sys/socket.h>
@@ -45,14 +46,16 @@ int callerOf(const Engine &engine) {
 // The engine's turns until it has hung up.
 std::vector<std::uint8_t> replyTo(Engine &engine, int caller) {
     std::vector<std::uint8_t> reply;
-    for (;;) {
-        engine.turn();
+    ssize_t got = -1;
+    errno = EAGAIN;
+    while (got > 0 || (got < 0 && errno == EAGAIN)) {
+        if (got < 0)
+            engine.turn();
         std::uint8_t piece[4096];
-        const ssize_t got = recv(caller, piece, sizeof piece, MSG_DONTWAIT);
-        if (got == 0 || (got < 0 && errno != EAGAIN))
-            return reply;
+        got = recv(caller, piece, sizeof piece, MSG_DONTWAIT);
         reply.insert(reply.end(), piece, piece + std::max<ssize_t>(got, 0));
     }
+    return reply;
 }
 
 } // namespace

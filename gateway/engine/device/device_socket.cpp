@@ -30,6 +30,11 @@ constexpr int kQueue = 64;
 constexpr auto kStall = std::chrono::seconds(1);
 constexpr auto kLifetime = std::chrono::seconds(10);
 
+// The same while others wait in the queue: those who are slow must not keep them from an answer
+// within half a second, however many there are.
+constexpr auto kCrowdedStall = std::chrono::milliseconds(100);
+constexpr auto kCrowdedLifetime = std::chrono::milliseconds(150);
+
 // How long no further caller is accepted after the system refused to (out of descriptors).
 constexpr auto kAcceptPause = std::chrono::seconds(1);
 
@@ -57,9 +62,7 @@ std::vector<std::uint8_t> encodeReply(const Reply &reply) {
 // One connection: receives a request, then sends the reply.
 class Client {
   public:
-    explicit Client(int descriptor) : socket_(descriptor), end_(Clock::now() + kLifetime) {
-        movedOn();
-    }
+    explicit Client(int descriptor) : socket_(descriptor) {}
 
     [[nodiscard]] pollfd watch() const {
         const bool sending = !output_.empty();
@@ -67,8 +70,14 @@ class Client {
                 .events = static_cast<short>(sending ? POLLOUT : POLLIN),
                 .revents = 0};
     }
-    [[nodiscard]] Clock::time_point deadline() const { return deadline_; }
-    [[nodiscard]] bool done() const { return done_ || Clock::now() >= deadline_; }
+    // Until when it has to move on.
+    [[nodiscard]] Clock::time_point deadline(bool crowded) const {
+        return crowded ? std::min(moved_ + kCrowdedStall, begun_ + kCrowdedLifetime)
+                       : std::min(moved_ + kStall, begun_ + kLifetime);
+    }
+    [[nodiscard]] bool done(bool crowded) const {
+        return done_ || Clock::now() >= deadline(crowded);
+    }
 
     void turn(RequestServer &server) {
         if (output_.empty())
@@ -120,7 +129,7 @@ class Client {
         return getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
     }
 
-    void movedOn() { deadline_ = std::min(Clock::now() + kStall, end_); }
+    void movedOn() { moved_ = Clock::now(); }
 
     void receive(RequestServer &server) {
         while (input_.size() < expected()) {
@@ -166,7 +175,7 @@ class Client {
     }
 
     Descriptor socket_;
-    Clock::time_point end_, deadline_{};
+    Clock::time_point begun_ = Clock::now(), moved_ = begun_;
     std::vector<std::uint8_t> input_, output_;
     std::size_t sent_ = 0;
     bool done_ = false;
@@ -193,7 +202,7 @@ class SocketDevice final : public Device {
         if (pausedUntil_ > now)
             next = pausedUntil_;
         for (const Client &client : clients_)
-            next = std::min(next, client.deadline());
+            next = std::min(next, client.deadline(crowded()));
         if (next == Clock::time_point::max())
             return -1;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - now).count();
@@ -206,7 +215,7 @@ class SocketDevice final : public Device {
             if (watched[i++].revents != 0)
                 client.turn(server);
         }
-        std::erase_if(clients_, [](const Client &client) { return client.done(); });
+        std::erase_if(clients_, [&](const Client &client) { return client.done(crowded()); });
         if (watched[0].revents != 0)
             acceptClients(server);
     }
@@ -219,9 +228,10 @@ class SocketDevice final : public Device {
     }
 
   private:
-    [[nodiscard]] bool accepting() const {
-        return clients_.size() < kMaxClients && Clock::now() >= pausedUntil_;
-    }
+    // Whether somebody may have to wait for one of the present callers to be done.
+    [[nodiscard]] bool crowded() const { return clients_.size() >= kMaxClients; }
+
+    [[nodiscard]] bool accepting() const { return !crowded() && Clock::now() >= pausedUntil_; }
 
     void acceptClients(RequestServer &server) {
         // So many at a time, so that packets and signals get their turn too.
@@ -234,7 +244,7 @@ class SocketDevice final : public Device {
             }
             // Most requests are there whole by now.
             clients_.emplace_back(accepted).turn(server);
-            if (clients_.back().done())
+            if (clients_.back().done(false))
                 clients_.pop_back();
         }
     }

@@ -1,7 +1,7 @@
 #include "engine/scenario/scenario_script.h"
 
-#include "engine/scenario/json_fields.h"
 #include "engine/options.h"
+#include "engine/scenario/json_fields.h"
 #include "engine/scenario/scenario_replies.h"
 
 #include <algorithm>

@@ -65,13 +65,14 @@ std::uint8_t *lowMemory(std::size_t size) {
     return static_cast<std::uint8_t *>(made);
 }
 
-template <typename Number> void put(std::uint8_t *bytes, std::size_t offset, Number value) {
+template <typename Number>
+void put(std::uint8_t *bytes, std::size_t offset, const Number &value) {
     memcpy(bytes + offset, &value, sizeof value);
 }
 
 TEST_F(CuseLogicTest, CallersOfBothWidthsAreAnsweredWhole) {
     start();
-    constexpr std::size_t kUsed = 100, kIn = 4096, kOut = 2 << 20, kAll = 4 << 20;
+    constexpr std::uint32_t kUsed = 100, kIn = 4096, kOut = 2 << 20, kAll = 4 << 20;
     std::uint8_t *memory = lowMemory(kAll);
     const auto address = reinterpret_cast<std::uintptr_t>(memory);
     for (const bool narrow : {false, true})
@@ -81,12 +82,12 @@ TEST_F(CuseLogicTest, CallersOfBothWidthsAreAnsweredWhole) {
             put(memory, 0, std::uint32_t{IDPFW_MAGIC});
             put(memory, 4, std::uint32_t{IDPFW_NR_VP | 2U << 24});
             if (narrow || sizeof(void *) == 4) {
-                const std::uint32_t base = static_cast<std::uint32_t>(address);
+                const auto base = static_cast<std::uint32_t>(address);
                 const std::uint32_t fields[] = {base + kIn, size, base + kOut, base + kUsed, kOut};
                 put(memory, 8, fields);
             } else {
-                const std::uint64_t fields[] = {address + kIn, size, address + kOut, address + kUsed,
-                                                kOut};
+                const std::uint64_t fields[] = {address + kIn, size, address + kOut,
+                                                address + kUsed, kOut};
                 put(memory, 8, fields);
             }
             EXPECT_EQ(call(memory, narrow), 0) << size;

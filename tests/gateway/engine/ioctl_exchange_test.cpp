@@ -34,8 +34,9 @@ class IoctlExchangeTest : public testing::TestWithParam<std::size_t>, public Cal
     void request(std::uint32_t inputSize, std::uint32_t used = kUsed) {
         words_ = {IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, inputSize, kOut, used, 2'000'000};
         if (GetParam() == kHeaderSize64)
-            words_ = {IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, 0, inputSize, 0,
-                      kOut,        0,                      used,   0, 2'000'000};
+            words_ = {
+                IDPFW_MAGIC, IDPFW_NR_VP | 2U << 24, kInput, 0, inputSize, 0, kOut, 0, used, 0,
+                2'000'000};
         words_.resize(0x40000, 0xEEEEEEEE);
     }
 
@@ -134,8 +135,7 @@ TEST_P(IoctlExchangeTest, AnInterruptedCallLeavesNothingForTheNextOne) {
     EXPECT_EQ(next(waiting).error, EIO) << "mapped for another answer";
 }
 
-INSTANTIATE_TEST_SUITE_P(Headers, IoctlExchangeTest,
-                         testing::Values(kHeaderSize32, kHeaderSize64));
+INSTANTIATE_TEST_SUITE_P(Headers, IoctlExchangeTest, testing::Values(kHeaderSize32, kHeaderSize64));
 
 } // namespace
 } // namespace idpfwd

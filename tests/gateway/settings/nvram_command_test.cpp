@@ -71,3 +71,31 @@ TEST_F(NvramCommand, WhatIsShownCanBeImportedAndNoValuePassesForASetting) {
     EXPECT_EQ(nvram("import " + shown), "");
     EXPECT_EQ(nvram("show"), "good=\\n\t\"\xff#=\n");
 }
+
+// LMDB's calls too. What was there is there, or what was to be set; and done means done.
+TEST_F(NvramCommand, ASettingIsTheOldOneOrTheNewOneWhateverCallFails) {
+#ifdef EMULATOR
+    GTEST_SKIP() << "the emulator itself would be preloaded";
+#endif
+    const auto mark = folder / "failed";
+    for (const std::string kind : {"open", "read", "write", "map", "allocate"}) {
+        for (int n = 1; n < 30; ++n) {
+            SCOPED_TRACE(kind + " " + std::to_string(n));
+            std::filesystem::remove(mark);
+            nvram("set name=old");
+            const std::string command =
+                "FAIL_CALL=" + kind + ":" + std::to_string(n) + " FAIL_MARK=" + mark.string() +
+                " ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"
+                " LD_PRELOAD=" FAIL_CALL " " NVRAM_COMMAND " set name=new 2>" +
+                (folder / "said").string();
+            const int status = WEXITSTATUS(system(command.c_str()));
+            EXPECT_THAT(status, testing::AnyOf(0, 1));
+            EXPECT_EQ(status == 0, std::filesystem::file_size(folder / "said") == 0);
+            const std::string found = nvram("get name");
+            EXPECT_THAT(found, testing::AnyOf("new\n", "old\n"));
+            EXPECT_TRUE(status == 1 || found == "new\n");
+            if (!std::filesystem::exists(mark) || HasFailure())
+                break;
+        }
+    }
+}

@@ -44,8 +44,12 @@ int FlashSim::answer(int descriptor, unsigned long request, void *argument) {
         return failsNow("info") ? -1 : 0;
     }
     const auto &block = *static_cast<const erase_info_user *>(argument);
-    if (request == MEMUNLOCK)
-        return failsNow("unlock " + std::to_string(block.start)) ? -1 : 0;
+    if (request == MEMUNLOCK) {
+        if (failsNow("unlock " + std::to_string(block.start)))
+            return -1;
+        unlocked_.insert(block.start);
+        return 0;
+    }
     return request == MEMERASE ? erase(block.start, block.length) : -1;
 }
 
@@ -55,7 +59,8 @@ int FlashSim::erase(std::uint32_t start, std::uint32_t length) {
         return -1;
     }
     lastErase = start;
-    if (failsNow("erase " + std::to_string(start)) || start == badBlock)
+    if (failsNow("erase " + std::to_string(start)) || start == badBlock ||
+        (locks && !unlocked_.contains(start)))
         return -1;
     const std::string blank(length, '\xff');
     return pwrite(device, blank.data(), length, start) == static_cast<ssize_t>(length) ? 0 : -1;

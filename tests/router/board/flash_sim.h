@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -30,6 +31,8 @@ struct FlashSim {
     bool halfDone = false;
     bool forGood = false; // and all that follow, as when the power is gone
 
+    // NOR: each block is locked until it is unlocked.
+    bool locks = false;
     // NAND: a write is of whole pages, and a bad block is not to be erased.
     std::uint32_t pageSize = 1;
     std::optional<std::uint32_t> badBlock;
@@ -47,6 +50,7 @@ struct FlashSim {
   private:
     int erase(std::uint32_t start, std::uint32_t length);
 
+    std::set<std::uint32_t> unlocked_;
     std::uint32_t eraseSize_;
     std::uint32_t size_;
 };

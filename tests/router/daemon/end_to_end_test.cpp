@@ -194,7 +194,30 @@ class EndToEnd : public testing::Test {
     // Runs the program until it exits; a daemon that detached itself goes on.
     static int startDaemon(const std::vector<std::string> &arguments = {}) {
         return exitStatus(launch("trafficUsageDetailsD", arguments,
-                                 "/lib/router/libidpfw-shim.so /lib/router/libquick-wait.so"));
+                                 "/lib/router/libidpfw-shim.so /lib/router/libquick-wait.so "
+                                 "/lib/router/libfail-call.so"));
+    }
+
+    // Starts the daemon with this call failing; gives whether there was such a call. A daemon that
+    // runs is ended in good order.
+    bool startWithFault(const std::string &call) {
+        SCOPED_TRACE(call);
+        for (const char *file : {"/tmp/failed", kWaits, kPidFile})
+            std::filesystem::remove(file);
+        setenv("FAIL_MARK", "/tmp/failed", 1);
+        setenv("FAIL_CALL", call.c_str(), 1);
+        const int status = startDaemon();
+        unsetenv("FAIL_CALL");
+        EXPECT_THAT(status, testing::AnyOf(0, 1, 255)) << slurp(kErrors);
+        if (status == 0) {
+            waitFor("the first pass", [] { return waits() > 0; });
+            daemon = std::stoi(slurp(kWaits));
+            kill(daemon, SIGTERM);
+            EXPECT_EQ(daemonsEnd(), 0);
+        }
+        EXPECT_TRUE(status == 0 || !slurp(kErrors).empty()) << "it says why";
+        EXPECT_FALSE(rig::fileExists(kPidFile));
+        return rig::fileExists("/tmp/failed");
     }
 
     // Starts the daemon for good, and waits until it has made its first pass.
@@ -307,6 +330,17 @@ TEST_F(EndToEnd, ATerminationEndsItAlthoughItsStarterBlocksSignalsAndItsLogIsStu
     close(log);
 }
 
+TEST_F(EndToEnd, AStartUpWithAnyCallFailingRunsOrSaysWhyNot) {
+    playQuietDevice(2);
+    for (const std::string kind : {"open", "read", "map", "allocate", "fork"}) {
+        for (int n = 1; n < 12; ++n) {
+            if (!startWithFault(kind + ":" + std::to_string(n)) || HasFailure())
+                break;
+        }
+        startWithFault(kind + ":1+");
+    }
+}
+
 TEST_F(EndToEnd, WaitsForItsSwitchAndNeedsNoEngineNoPidFileAndNoReportDirectory) {
     std::filesystem::remove_all("/tmp/aws_json_dir");
     std::filesystem::create_symlink("/no/such/folder/pid", kPidFile);
@@ -391,7 +425,8 @@ int main(int argc, char **argv) {
     for (const char *name : {"trafficUsageDetailsD", "idpfwd", "nvram", "libnvram.so", "libnat.so",
                              "libidpfw-shim.so"})
         programs.push_back({binaries + "/" + name, kFolder + name});
-    for (const char *name : {"libquick-wait.so", "capture/home.pcap", "capture/expected.json"})
+    for (const char *name :
+         {"libquick-wait.so", "libfail-call.so", "capture/home.pcap", "capture/expected.json"})
         programs.push_back({std::string(BUILD_DIR "/tests/") + name, kFolder + name});
     prctl(PR_SET_CHILD_SUBREAPER, 1); // a daemon that detached itself is still waited for here
     refusal = rig::enterPrivateRoot(programs);

@@ -72,6 +72,7 @@ TEST_F(FlashFaults, AWriteIsDoneOrReportedAndUntouchedFlashIsTheOldOne) {
                 flash.reset();
                 flash.emplace(geometry.eraseSize, kSize, old);
                 flash->pageSize = geometry.pageSize;
+                flash->locks = geometry.pageSize == 1;
             };
             const auto check = [&](rig::Call) {
                 const std::string found = rig::FlashSim::contents().substr(0, BOARD_DATA_SIZE);
@@ -94,6 +95,7 @@ TEST_F(FlashFaults, APowerCutBetweenAnyTwoRequestsLeavesTheOldTheNewOrNoBlock) {
                 {
                     rig::FlashSim flash(geometry.eraseSize, kSize, old);
                     flash.pageSize = geometry.pageSize;
+                    flash.locks = geometry.pageSize == 1;
                     flash.failingCall = cut;
                     flash.halfDone = halfDone;
                     flash.forGood = true;
