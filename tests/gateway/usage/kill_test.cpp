@@ -121,7 +121,8 @@ using Truth =
 
 Truth countedByEngine() {
     Truth truth;
-    for (const Json &user : Json::parse(rig::readFile("/dump.json"))["users"]) {
+    const Json dump = Json::parse(rig::readFile("/dump.json"));
+    for (const Json &user : dump["users"]) {
         for (const Json &row : user["rows"])
             truth[{user["mac"], row["application"]}] = {row["down_bytes"], row["up_bytes"]};
     }
