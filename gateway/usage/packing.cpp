@@ -59,16 +59,18 @@ std::uint8_t Unpacker::byte() {
     return value;
 }
 
-std::uint64_t Unpacker::number() {
+std::uint64_t Unpacker::longNumber() {
     std::uint64_t value = 0;
-    for (unsigned shift = 0; shift < 64; shift += 7) {
-        const std::uint8_t next = byte();
-        const std::uint64_t bits = next & 0x7FU;
-        if (shift == 63 && bits > 1)
+    const std::size_t most = std::min<std::size_t>(rest_.size(), 10); // of 7 bits each
+    for (std::size_t i = 0; i < most && good_; ++i) {
+        const std::uint64_t bits = rest_[i] & 0x7FU;
+        if (i == 9 && bits > 1)
             break;
-        value |= bits << shift;
-        if (next < 0x80)
-            return good_ ? value : 0;
+        value |= bits << (7 * i);
+        if (rest_[i] < 0x80) {
+            rest_ = rest_.subspan(i + 1);
+            return value;
+        }
     }
     good_ = false;
     return 0;

@@ -37,7 +37,13 @@ class Unpacker {
     explicit Unpacker(PackedView packed);
 
     std::uint8_t byte();
-    std::uint64_t number();
+    std::uint64_t number() {
+        if (!good_ || rest_.empty() || rest_[0] >= 0x80)
+            return longNumber();
+        const std::uint64_t value = rest_[0]; // most are small
+        rest_ = rest_.subspan(1);
+        return value;
+    }
     std::uint32_t number32(); // not good when it is larger
     std::string text();
     void bytes(std::span<std::uint8_t> value);
@@ -47,6 +53,8 @@ class Unpacker {
     void refuse() { good_ = false; }
 
   private:
+    std::uint64_t longNumber();
+
     PackedView rest_;
     bool good_ = true;
 };

@@ -28,6 +28,65 @@ Level finestKept(const Present &present, Seconds from) {
     return Level::kMonth;
 }
 
+// A row while it is summed: a third of what a whole one takes.
+struct Entry {
+    std::uint64_t key = 0;
+    Bytes bytes;
+
+    [[nodiscard]] DeviceId device() const { return key >> kApplicationBits & kDeviceMask; }
+    // Or the number of a category.
+    [[nodiscard]] std::uint32_t application() const { return key & kApplicationMask; }
+    [[nodiscard]] std::uint64_t step() const { return key >> (kApplicationBits + kDeviceBits); }
+};
+
+std::uint64_t rank(Sort sort, const Bytes &bytes) {
+    switch (sort) {
+    case Sort::kDown:
+        return bytes.down;
+    case Sort::kUp:
+        return bytes.up;
+    case Sort::kTotal:
+        return bytes.total();
+    case Sort::kName:
+        break;
+    }
+    return 0;
+}
+
+// Where each id stands in the order of what it is called; the same place for the same text.
+template <typename Entries, typename TextOf>
+std::vector<std::uint32_t> placesOf(const Entries &entries, TextOf &&textOf) {
+    std::map<decltype(textOf(entries.begin()->second)), std::vector<std::uint32_t>> ordered;
+    for (const auto &[id, entry] : entries)
+        ordered[textOf(entry)].push_back(id);
+    std::vector<std::uint32_t> places(entries.empty() ? 1 : entries.rbegin()->first + 1);
+    std::uint32_t place = 0;
+    for (const auto &[text, ids] : ordered) {
+        ++place;
+        for (const std::uint32_t id : ids)
+            places[id] = place;
+    }
+    return places;
+}
+
+std::uint32_t placeOf(const std::vector<std::uint32_t> &places, std::uint32_t id) {
+    return id < places.size() ? places[id] : 0;
+}
+
+// The places of all names, for rows that their bytes don't order.
+struct Places {
+    explicit Places(const Directory &directory)
+        : deviceName(
+              placesOf(directory.devices(), [](const Device &device) { return device.name(); })),
+          mac(placesOf(directory.devices(), [](const Device &device) { return device.mac; })),
+          application(placesOf(directory.applications(), [](const Application &known) {
+              return std::pair(known.name.name, known.name.category);
+          })) {}
+    std::vector<std::uint32_t> deviceName;
+    std::vector<std::uint32_t> mac;
+    std::vector<std::uint32_t> application;
+};
+
 // Sums entries into rows of the question.
 class Summing {
   public:
@@ -38,6 +97,7 @@ class Summing {
         if (!question_.step)
             return;
         if (start >= step_.to || start < step_.from || steps_.empty()) {
+            endStep();
             step_ = periodAt(*question_.step, start);
             steps_.push_back(std::max(step_.from, question_.range.from));
         }
@@ -49,6 +109,7 @@ class Summing {
         total += bytes;
         if (pair == Pair{}) {
             others += bytes;
+            hasStoredOthers_ = hasStoredOthers_ || bytes.any();
             return;
         }
         const std::uint64_t step = steps_.empty() ? 0 : steps_.size() - 1;
@@ -57,15 +118,23 @@ class Summing {
                (applicationKey(pair.application) & kApplicationMask)] += bytes;
     }
 
-    [[nodiscard]] std::vector<Row> rows() const {
+    // The rows in their order; what is beyond the top is among the others.
+    std::vector<Row> takeRows() {
+        endStep();
+        keepTop(0);
+        othersCount += hasStoredOthers_ ? 1 : 0;
+        const auto before = [this](const Entry &a, const Entry &b) { return isBefore(a, b); };
+        std::sort(entries_.begin(), entries_.end(), before);
         std::vector<Row> rows;
-        tally_.each(
-            [&](std::uint64_t key, const Bytes &bytes) { rows.push_back(row(key, bytes)); });
+        rows.reserve(entries_.size());
+        for (const Entry &entry : entries_)
+            rows.push_back(row(entry));
         return rows;
     }
 
     Bytes total;
     Bytes others;
+    std::size_t othersCount = 0; // rows in others
 
   private:
     [[nodiscard]] bool isWanted(const Pair &pair) const {
@@ -94,90 +163,79 @@ class Summing {
         return number;
     }
 
-    [[nodiscard]] Row row(std::uint64_t key, const Bytes &bytes) const {
+    // What was summed in a step won't change any more: a year of days has more rows than anybody
+    // asks for, and only those that may be at the top are kept.
+    void endStep() {
+        tally_.each([&](std::uint64_t key, const Bytes &bytes) {
+            entries_.push_back({key, bytes});
+        });
+        tally_.clear();
+        keepTop(question_.top);
+    }
+
+    // The rows of the top, and at most so many more.
+    void keepTop(std::size_t more) {
+        if (entries_.size() <= question_.top + more || entries_.size() <= question_.top)
+            return;
+        const auto rest = entries_.begin() + static_cast<std::ptrdiff_t>(question_.top);
+        std::nth_element(entries_.begin(), rest, entries_.end(),
+                         [this](const Entry &a, const Entry &b) { return isBefore(a, b); });
+        for (auto entry = rest; entry != entries_.end(); ++entry) {
+            others += entry->bytes;
+            ++othersCount;
+        }
+        entries_.erase(rest, entries_.end());
+    }
+
+    [[nodiscard]] auto ties(const Entry &entry) const {
+        const bool byName = question_.sort == Sort::kName;
+        const bool byCategory = question_.byCategory && !question_.byApplication;
+        return std::tuple(
+            byName ? placeOf(places_->deviceName, entry.device()) : 0,
+            placeOf(places_->mac, entry.device()),
+            question_.byApplication ? placeOf(places_->application, entry.application()) : 0,
+            byCategory ? std::string_view(categories_[entry.application() - 1])
+                       : std::string_view(),
+            entry.step());
+    }
+
+    bool isBefore(const Entry &a, const Entry &b) {
+        const std::uint64_t first = rank(question_.sort, a.bytes);
+        const std::uint64_t second = rank(question_.sort, b.bytes);
+        if (first != second)
+            return first > second;
+        if (!places_)
+            places_.emplace(present_.directory);
+        return ties(a) < ties(b);
+    }
+
+    [[nodiscard]] Row row(const Entry &entry) const {
         Row row;
-        row.bytes = bytes;
-        const auto application = static_cast<std::uint32_t>(key & kApplicationMask);
-        row.device = static_cast<DeviceId>(key >> kApplicationBits & kDeviceMask);
+        row.bytes = entry.bytes;
+        row.device = entry.device();
         if (!steps_.empty())
-            row.start = steps_[key >> (kApplicationBits + kDeviceBits)];
+            row.start = steps_[entry.step()];
         if (question_.byApplication) {
-            row.application = application;
-            if (const ApplicationName *name = present_.directory.application(application))
+            row.application = entry.application();
+            if (const ApplicationName *name = present_.directory.application(row.application))
                 row.category = name->category;
         } else if (question_.byCategory) {
-            row.category = categories_[application - 1];
+            row.category = categories_[entry.application() - 1];
         }
         return row;
     }
 
     const Present &present_;
     const Question &question_;
-    Tally tally_;
+    Tally tally_; // of the present step
+    std::vector<Entry> entries_;
+    bool hasStoredOthers_ = false; // of what has no device any more
+    std::optional<Places> places_; // when they are first needed
     Span step_;
     std::vector<Seconds> steps_;
     std::vector<std::uint32_t> categoryOf_; // by application: a number from 1 on, 0 for not yet
     std::vector<std::string> categories_;
 };
-
-// What rows are ordered by, beside their bytes.
-struct RowName {
-    std::string device;
-    Mac mac{};
-    std::string application;
-    std::string category;
-    Seconds start = 0;
-    auto ties() const { return std::tie(mac, application, category, start); }
-};
-
-RowName nameOf(const Directory &directory, const Row &row) {
-    RowName name{
-        .device = {}, .mac = {}, .application = {}, .category = row.category, .start = row.start};
-    if (const Device *device = directory.find(row.device)) {
-        name.device = device->name();
-        name.mac = device->mac;
-    }
-    if (const ApplicationName *application = directory.application(row.application))
-        name.application = application->name;
-    return name;
-}
-
-std::uint64_t rank(Sort sort, const Bytes &bytes) {
-    switch (sort) {
-    case Sort::kDown:
-        return bytes.down;
-    case Sort::kUp:
-        return bytes.up;
-    case Sort::kTotal:
-        return bytes.total();
-    case Sort::kName:
-        break;
-    }
-    return 0;
-}
-
-std::vector<Row> sorted(const Directory &directory, Sort sort, std::vector<Row> rows) {
-    const auto before = [&](const Row &a, const Row &b) {
-        if (rank(sort, a.bytes) != rank(sort, b.bytes))
-            return rank(sort, a.bytes) > rank(sort, b.bytes);
-        const RowName first = nameOf(directory, a);
-        const RowName second = nameOf(directory, b);
-        if (sort == Sort::kName && first.device != second.device)
-            return first.device < second.device;
-        return first.ties() < second.ties();
-    };
-    std::sort(rows.begin(), rows.end(), before);
-    return rows;
-}
-
-void keepTop(std::size_t top, Answer &answer) {
-    answer.othersCount = answer.others.any() ? 1 : 0;
-    for (std::size_t i = top; i < answer.rows.size(); ++i) {
-        answer.others += answer.rows[i].bytes;
-        ++answer.othersCount;
-    }
-    answer.rows.resize(std::min(top, answer.rows.size()));
-}
 
 // Whole periods; one that was made in another zone counts with its own borders.
 Span widen(const Store &store, Level level, Span range) {
@@ -229,6 +287,7 @@ Answer ask(const Present &present, const Store &store, const Question &asked) {
     const Level level = finestKept(present, question.range.from);
     if (question.step)
         question.step = std::max(*question.step, level);
+    question.top = std::min(question.top, kMostRows);
     question.range = widen(store, level, question.range);
     // A month has fewer devices than its days: it only stands in where those are gone.
     const Level coarsest = std::min(question.step.value_or(Level::kDay), Level::kDay);
@@ -255,11 +314,12 @@ Answer ask(const Present &present, const Store &store, const Question &asked) {
                   .resolution = kResolutions[indexOf(level)],
                   .step = question.step,
                   .total = summing.total,
-                  .rows = summing.rows(),
+                  .rows = {},
                   .othersCount = 0,
-                  .others = summing.others};
-    answer.rows = sorted(present.directory, question.sort, std::move(answer.rows));
-    keepTop(std::min(question.top, kMostRows), answer);
+                  .others = {}};
+    answer.rows = summing.takeRows();
+    answer.others = summing.others;
+    answer.othersCount = summing.othersCount;
     return answer;
 }
 

@@ -4,10 +4,12 @@
 #include "usage/store_tables.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
+#include <thread>
 #include <utility>
 
 namespace usage {
@@ -16,6 +18,10 @@ namespace {
 // What the file says it is: SQLite's application_id and user_version.
 constexpr std::int64_t kApplicationId = 0x74726166; // "traf"
 constexpr std::int64_t kVersion = 1;
+
+// A command that reads is done long before.
+constexpr int kOpenTries = 100;
+constexpr std::chrono::milliseconds kBetweenTries(100);
 
 constexpr const char *kSchema = R"(
 CREATE TABLE device(id INTEGER PRIMARY KEY, mac BLOB NOT NULL, host_name TEXT NOT NULL,
@@ -98,14 +104,28 @@ std::string storeFile(const std::string &folder) {
 }
 
 Store::Store(StoreOptions options, Present &present) : options_(std::move(options)) {
-    const std::string file = storeFile(options_.folder);
     lockFolder();
     try {
-        openService(present);
+        openWhenReadersLeft(present);
     } catch (const SqlError &error) {
         if (!error.isDamage())
-            throw StoreError("cannot open " + file + ": " + error.what());
+            throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
         startAnew(present);
+    }
+}
+
+// SQLite's own waiting does not cover every lock that it takes on the way to a log of one user.
+void Store::openWhenReadersLeft(Present &present) {
+    for (int tries = kOpenTries;; --tries) {
+        try {
+            openService(present);
+            return;
+        } catch (const SqlError &error) {
+            if (error.code() != SQLITE_BUSY || tries == 0)
+                throw;
+        }
+        database_.reset();
+        std::this_thread::sleep_for(kBetweenTries);
     }
 }
 
@@ -150,7 +170,7 @@ void Store::openService(Present &present) {
         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, options_.vfs);
     // The lock is taken with the first access, when readers have left, and never given back.
     database_->run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-1024;"
-                   "PRAGMA temp_store=MEMORY; PRAGMA busy_timeout=10000");
+                   "PRAGMA temp_store=MEMORY");
     database_->run("BEGIN EXCLUSIVE; COMMIT");
     const bool isNew = database_->number("PRAGMA application_id") == 0 &&
                        database_->number("SELECT count(*) FROM sqlite_schema") == 0;

@@ -67,6 +67,7 @@ class Store {
     Store() = default;
 
     void lockFolder();
+    void openWhenReadersLeft(Present &present);
     void openService(Present &present);
     void setAside();
     void check();

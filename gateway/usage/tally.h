@@ -23,6 +23,12 @@ class Tally {
         return place.bytes;
     }
 
+    // Keeps its room.
+    void clear() {
+        places_.assign(places_.size(), {});
+        used_ = 0;
+    }
+
     template <typename Visit>
     void each(Visit &&visit) const {
         for (const Place &place : places_) {

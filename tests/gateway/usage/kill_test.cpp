@@ -154,7 +154,8 @@ TEST_F(KillTest, NotAByteIsLostOrCountedTwiceWheneverTheServiceIsKilled) {
         if (random() % 3 == 0)
             run("name", {"02:00:00:00:00:01", "round " + std::to_string(i)}); // commits
         kill(service, SIGKILL);
-        EXPECT_EQ(exitStatus(std::exchange(service, -1)), 1000 + SIGKILL);
+        EXPECT_EQ(exitStatus(std::exchange(service, -1)), 1000 + SIGKILL)
+            << rig::readFile("/serve.err");
     }
     waitFor("the scenario's end", [] { return says("/idpfwd.out", "finished"); });
     startService();
