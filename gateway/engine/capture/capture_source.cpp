@@ -1,4 +1,4 @@
-#include "engine/packets/capture_source.h"
+#include "engine/capture/capture_source.h"
 
 #include "engine/packets/packet_accounting.h"
 #include "engine/packets/packet_names.h"

@@ -1,8 +1,8 @@
 // The source that reads a capture, apart from what is made once for all of them.
 #pragma once
 
+#include "engine/capture/packet_source.h"
 #include "engine/packets/application_names.h"
-#include "engine/packets/packet_source.h"
 
 #include <cstdio>
 #include <memory>

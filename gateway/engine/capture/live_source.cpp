@@ -1,5 +1,5 @@
+#include "engine/capture/reader.h"
 #include "engine/packets/packet_names.h"
-#include "engine/packets/reader.h"
 
 #include <atomic>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "engine/packets/reader.h"
+#include "engine/capture/reader.h"
 
 #include <algorithm>
 #include <ctime>

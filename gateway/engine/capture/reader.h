@@ -1,8 +1,8 @@
 // One reader of an interface: its ring, and the conversations that it finds there.
 #pragma once
 
+#include "engine/capture/ring.h"
 #include "engine/packets/packet_accounting.h"
-#include "engine/packets/ring.h"
 
 #include <memory>
 #include <mutex>

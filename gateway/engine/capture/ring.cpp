@@ -1,4 +1,4 @@
-#include "engine/packets/ring.h"
+#include "engine/capture/ring.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // Answers as JSON. Every document ends with a newline.
 #pragma once
 
+#include "usage/answers/query.h"
 #include "usage/history.h"
-#include "usage/query.h"
 
 namespace usage {
 

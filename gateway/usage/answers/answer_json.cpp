@@ -1,7 +1,7 @@
-#include "usage/answer.h"
+#include "usage/answers/answer.h"
 
-#include "usage/json_text.h"
-#include "usage/slot.h"
+#include "usage/answers/json_text.h"
+#include "usage/store/slot.h"
 #include "usage/text.h"
 
 #include <algorithm>

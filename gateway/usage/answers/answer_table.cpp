@@ -1,4 +1,4 @@
-#include "usage/format.h"
+#include "usage/answers/format.h"
 #include "usage/text.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-#include "usage/api.h"
+#include "usage/answers/api.h"
 
-#include "usage/http_rules.h"
-#include "usage/question.h"
+#include "usage/answers/question.h"
+#include "usage/http/http_rules.h"
 #include "usage/text.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // From URLs to questions, and from answers to replies.
 #pragma once
 
-#include "usage/answer.h"
-#include "usage/http.h"
+#include "usage/answers/answer.h"
+#include "usage/http/http.h"
 
 namespace usage {
 

@@ -1,4 +1,4 @@
-#include "usage/json_text.h"
+#include "usage/answers/json_text.h"
 
 namespace usage {
 

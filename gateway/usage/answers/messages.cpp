@@ -1,6 +1,6 @@
-#include "usage/messages.h"
+#include "usage/answers/messages.h"
 
-#include "usage/query.h"
+#include "usage/answers/query.h"
 #include "usage/text.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "usage/metrics.h"
+#include "usage/answers/metrics.h"
 
 #include "usage/text.h"
 

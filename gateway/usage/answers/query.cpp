@@ -1,8 +1,8 @@
-#include "usage/query.h"
+#include "usage/answers/query.h"
 
-#include "usage/rollup.h"
-#include "usage/slot.h"
-#include "usage/tally.h"
+#include "usage/answers/tally.h"
+#include "usage/store/rollup.h"
+#include "usage/store/slot.h"
 
 #include <algorithm>
 #include <tuple>

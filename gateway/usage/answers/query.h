@@ -1,7 +1,7 @@
 // The one place that sums: every answer, table, page and metric comes from here.
 #pragma once
 
-#include "usage/store.h"
+#include "usage/store/store.h"
 
 #include <set>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "usage/question.h"
+#include "usage/answers/question.h"
 
 #include "usage/text.h"
 

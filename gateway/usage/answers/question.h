@@ -1,7 +1,7 @@
 // A question as people write it: parameters of a URL.
 #pragma once
 
-#include "usage/query.h"
+#include "usage/answers/query.h"
 
 #include <stdexcept>
 #include <string>

@@ -1,4 +1,4 @@
-#include "usage/quota.h"
+#include "usage/answers/quota.h"
 
 #include <algorithm>
 

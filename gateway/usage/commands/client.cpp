@@ -1,7 +1,7 @@
-#include "usage/client.h"
+#include "usage/commands/client.h"
 
 #include "common/file.h"
-#include "usage/api.h"
+#include "usage/answers/api.h"
 #include "usage/text.h"
 
 #include <cerrno>

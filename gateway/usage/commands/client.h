@@ -1,9 +1,9 @@
 // The commands' side of the API.
 #pragma once
 
-#include "usage/http.h"
+#include "usage/answers/question.h"
+#include "usage/http/http.h"
 #include "usage/instance.h"
-#include "usage/question.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
-#include "usage/commands.h"
+#include "usage/commands/commands.h"
 
 #include "common/file.h"
-#include "usage/format.h"
-#include "usage/store.h"
+#include "usage/answers/format.h"
+#include "usage/store/store.h"
 #include "usage/text.h"
 
 #include <cerrno>

@@ -2,7 +2,7 @@
 // Service does.
 #pragma once
 
-#include "usage/client.h"
+#include "usage/commands/client.h"
 
 #include <optional>
 

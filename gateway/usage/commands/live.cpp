@@ -1,6 +1,6 @@
-#include "usage/commands.h"
+#include "usage/commands/commands.h"
 
-#include "usage/format.h"
+#include "usage/answers/format.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,6 +1,6 @@
-#include "usage/setup.h"
+#include "usage/commands/setup.h"
 
-#include "usage/http_listener.h"
+#include "usage/http/http_listener.h"
 #include "usage/settings.h"
 
 #include <arpa/inet.h>

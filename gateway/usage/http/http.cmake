@@ -24,11 +24,11 @@ add_custom_command(
 
 add_library(
   usage_http STATIC
-  http.cpp
-  http_auth.cpp
-  http_channel.cpp
-  http_listener.cpp
-  http_rules.cpp
+  http/http.cpp
+  http/http_auth.cpp
+  http/http_channel.cpp
+  http/http_listener.cpp
+  http/http_rules.cpp
   page/page_reply.cpp
   ${CMAKE_CURRENT_BINARY_DIR}/page_files.cpp
 )

@@ -1,8 +1,8 @@
-#include "usage/http.h"
+#include "usage/http/http.h"
 
 #include "common/file.h"
-#include "usage/http_channel.h"
-#include "usage/http_listener.h"
+#include "usage/http/http_channel.h"
+#include "usage/http/http_listener.h"
 
 #include <algorithm>
 #include <array>

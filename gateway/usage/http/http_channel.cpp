@@ -1,6 +1,6 @@
-#include "usage/http_channel.h"
+#include "usage/http/http_channel.h"
 
-#include "usage/http_rules.h"
+#include "usage/http/http_rules.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // One listener of the HTTP server with its connections.
 #pragma once
 
-#include "usage/http.h"
-#include "usage/http_auth.h"
+#include "usage/http/http.h"
+#include "usage/http/http_auth.h"
 
 #include <chrono>
 #include <list>

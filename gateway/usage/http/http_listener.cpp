@@ -1,4 +1,4 @@
-#include "usage/http_listener.h"
+#include "usage/http/http_listener.h"
 
 #include "common/file.h"
 

@@ -1,4 +1,4 @@
-#include "usage/http_rules.h"
+#include "usage/http/http_rules.h"
 
 #include <algorithm>
 #include <arpa/inet.h>

@@ -1,7 +1,7 @@
 // What the HTTP server refuses before anybody is asked, and what it says about every reply.
 #pragma once
 
-#include "usage/http.h"
+#include "usage/http/http.h"
 
 #include <span>
 #include <string>

@@ -1,4 +1,4 @@
-#include "usage/site.h"
+#include "usage/http/site.h"
 
 #include "usage/page/page_files.h"
 

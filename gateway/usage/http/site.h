@@ -2,9 +2,9 @@
 // out by itself: messages.
 #pragma once
 
-#include "usage/api.h"
-#include "usage/messages.h"
-#include "usage/metrics.h"
+#include "usage/answers/api.h"
+#include "usage/answers/messages.h"
+#include "usage/answers/metrics.h"
 
 #include <memory>
 

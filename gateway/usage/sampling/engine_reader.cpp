@@ -1,4 +1,4 @@
-#include "usage/engine_reader.h"
+#include "usage/sampling/engine_reader.h"
 
 #include "common/file.h"
 #include "dpi/conf_app.h"

@@ -1,7 +1,7 @@
 // The engine behind "/dev/idpfw" and the names in its databases, through the router's own library.
 #pragma once
 
-#include "usage/reading.h"
+#include "usage/sampling/reading.h"
 
 #include <map>
 

@@ -1,4 +1,4 @@
-#include "usage/growth.h"
+#include "usage/sampling/growth.h"
 
 #include <algorithm>
 

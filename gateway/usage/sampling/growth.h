@@ -1,7 +1,7 @@
 // What has passed between two readings of the engine's counters.
 #pragma once
 
-#include "usage/reading.h"
+#include "usage/sampling/reading.h"
 
 #include <map>
 #include <vector>

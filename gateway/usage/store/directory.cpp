@@ -1,4 +1,4 @@
-#include "usage/directory.h"
+#include "usage/store/directory.h"
 
 #include "usage/text.h"
 

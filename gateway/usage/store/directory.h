@@ -1,7 +1,7 @@
 // The devices and applications that the history knows, by the numbers that it gave them.
 #pragma once
 
-#include "usage/reading.h"
+#include "usage/sampling/reading.h"
 
 #include <map>
 #include <string_view>

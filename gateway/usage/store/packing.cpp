@@ -1,4 +1,4 @@
-#include "usage/packing.h"
+#include "usage/store/packing.h"
 
 #include <algorithm>
 #include <limits>

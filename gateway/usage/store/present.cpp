@@ -1,4 +1,4 @@
-#include "usage/present.h"
+#include "usage/store/present.h"
 
 #include <algorithm>
 

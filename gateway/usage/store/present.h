@@ -1,9 +1,9 @@
 // What is in memory while the service runs: all that a commit makes durable in one step.
 #pragma once
 
-#include "usage/directory.h"
-#include "usage/growth.h"
-#include "usage/quota.h"
+#include "usage/answers/quota.h"
+#include "usage/sampling/growth.h"
+#include "usage/store/directory.h"
 
 #include <array>
 

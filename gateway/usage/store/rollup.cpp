@@ -1,4 +1,4 @@
-#include "usage/rollup.h"
+#include "usage/store/rollup.h"
 
 #include <limits>
 #include <set>

@@ -2,7 +2,7 @@
 // many devices they tell apart.
 #pragma once
 
-#include "usage/present.h"
+#include "usage/store/present.h"
 
 #include <algorithm>
 

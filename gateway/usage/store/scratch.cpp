@@ -1,6 +1,6 @@
-#include "usage/scratch.h"
+#include "usage/store/scratch.h"
 
-#include "usage/slot.h"
+#include "usage/store/slot.h"
 
 #include <cstdio>
 #include <filesystem>

@@ -2,8 +2,8 @@
 // the machine.
 #pragma once
 
-#include "usage/packing.h"
-#include "usage/present.h"
+#include "usage/store/packing.h"
+#include "usage/store/present.h"
 
 namespace usage {
 

@@ -1,4 +1,4 @@
-#include "usage/slot.h"
+#include "usage/store/slot.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // The packed form of one period's traffic, and of the counters that it was taken from.
 #pragma once
 
-#include "usage/growth.h"
-#include "usage/packing.h"
+#include "usage/sampling/growth.h"
+#include "usage/store/packing.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "usage/sqlite.h"
+#include "usage/store/sqlite.h"
 
 namespace usage {
 namespace {

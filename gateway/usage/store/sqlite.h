@@ -1,7 +1,7 @@
 // Guards around SQLite's own interface.
 #pragma once
 
-#include "usage/packing.h"
+#include "usage/store/packing.h"
 
 #include <cstdint>
 #include <memory>

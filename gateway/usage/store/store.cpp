@@ -1,7 +1,7 @@
-#include "usage/store.h"
+#include "usage/store/store.h"
 
-#include "usage/slot.h"
-#include "usage/store_tables.h"
+#include "usage/store/slot.h"
+#include "usage/store/store_tables.h"
 
 #include <cerrno>
 #include <chrono>

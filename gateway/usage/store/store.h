@@ -3,8 +3,8 @@
 #pragma once
 
 #include "common/file.h"
-#include "usage/present.h"
-#include "usage/sqlite.h"
+#include "usage/store/present.h"
+#include "usage/store/sqlite.h"
 
 #include <functional>
 #include <optional>

@@ -1,8 +1,8 @@
 // A commit: what was counted, and what becomes of what was counted before.
-#include "usage/rollup.h"
-#include "usage/slot.h"
-#include "usage/store.h"
-#include "usage/store_tables.h"
+#include "usage/store/rollup.h"
+#include "usage/store/slot.h"
+#include "usage/store/store.h"
+#include "usage/store/store_tables.h"
 
 #include <random>
 #include <set>
