@@ -1,7 +1,7 @@
 // What 400 days of a household, or of a busy network, cost: size, bytes written, memory, the
 // slowest question; beside it one row for each device, application and slot, for the days that
 // slots are kept.
-#include "usage/query.h"
+#include "usage/answers/query.h"
 
 #include <algorithm>
 #include <chrono>

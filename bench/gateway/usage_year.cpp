@@ -1,6 +1,6 @@
 // Fills a store with a made-up year of a household, the same one for every run: what pictures are
 // taken of and answers are timed over.
-#include "usage/store.h"
+#include "usage/store/store.h"
 #include "usage/text.h"
 
 #include <array>

@@ -11,7 +11,7 @@
 #include "engine/device/device_cuse.h"
 #endif
 #ifdef IDPFWD_WITH_NDPI
-#include "engine/packets/packet_source.h"
+#include "engine/capture/packet_source.h"
 #endif
 
 #include <cerrno>

@@ -21,8 +21,9 @@ Mac macOf(const devid_user_entry &user) {
     return mac;
 }
 
+// A reader of its own pace may have seen a device after this moment was taken.
 bool unseen(std::uint64_t seen, const Moment &now, std::uint32_t seconds) {
-    return now.milliseconds - seen > std::uint64_t{seconds} * 1000;
+    return now.milliseconds > seen && now.milliseconds - seen > std::uint64_t{seconds} * 1000;
 }
 
 // A counter that starts again would be read as one that has run backwards.

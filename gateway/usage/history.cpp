@@ -1,7 +1,7 @@
 #include "usage/history.h"
 
-#include "usage/rollup.h"
-#include "usage/scratch.h"
+#include "usage/store/rollup.h"
+#include "usage/store/scratch.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 // The history as it grows: takes readings of the engine, keeps what they add, commits it.
 #pragma once
 
-#include "usage/store.h"
+#include "usage/store/store.h"
 
 namespace usage {
 

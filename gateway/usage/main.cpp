@@ -1,7 +1,7 @@
 // traffic-usage: who used what, now and over the year.
-#include "usage/commands.h"
+#include "usage/commands/commands.h"
+#include "usage/commands/setup.h"
 #include "usage/serve.h"
-#include "usage/setup.h"
 #include "usage/text.h"
 
 #include <CLI/CLI.hpp>

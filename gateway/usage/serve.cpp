@@ -1,9 +1,9 @@
 #include "usage/serve.h"
 
 #include "common/file.h"
-#include "usage/api.h"
-#include "usage/engine_reader.h"
-#include "usage/site.h"
+#include "usage/answers/api.h"
+#include "usage/http/site.h"
+#include "usage/sampling/engine_reader.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -17,8 +17,8 @@ struct Program {
 // process's root, as root or in a user namespace. Gives the reason when the machine refuses.
 std::string enterPrivateRoot(const std::vector<Program> &programs = {});
 
-// Shows the machine's processes below /proc there, in a mount namespace of the test's own; and takes
-// them away again, before the root is reset. Gives the reason when the machine refuses.
+// Shows the machine's processes below /proc there, in a mount namespace of the test's own; and
+// takes them away again, before the root is reset. Gives the reason when the machine refuses.
 std::string showProcesses();
 void hideProcesses();
 

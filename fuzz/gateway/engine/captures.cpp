@@ -1,8 +1,8 @@
 // A capture file is read to its end or to where it is damaged, and what was read is served.
 #include "fuzz/target.h"
 
+#include "engine/capture/capture_source.h"
 #include "engine/dump.h"
-#include "engine/packets/capture_source.h"
 
 #include <cstdio>
 #include <memory>

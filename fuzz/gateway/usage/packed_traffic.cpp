@@ -1,8 +1,8 @@
 // The packed periods of a store and its scratch. What is taken packs to what unpacks to the same;
 // an input is tried as it is and with the checksum that makes the rest of it count.
 #include "fuzz/target.h"
-#include "usage/scratch.h"
-#include "usage/slot.h"
+#include "usage/store/scratch.h"
+#include "usage/store/slot.h"
 
 using namespace usage;
 

@@ -1,8 +1,8 @@
 // What both packet sources start with: a classifier, and its names in the files and in memory.
 #pragma once
 
+#include "engine/capture/packet_source.h"
 #include "engine/packets/application_names.h"
-#include "engine/packets/packet_source.h"
 
 #include <memory>
 #include <optional>

@@ -2,21 +2,21 @@
 find_package(Threads REQUIRED)
 add_library(
   idpfwd_packets STATIC
+  capture/capture_source.cpp
+  capture/live_source.cpp
+  capture/reader.cpp
+  capture/ring.cpp
   packets/application_names.cpp
-  packets/capture_source.cpp
   packets/device_facts.cpp
   packets/dhcp.cpp
   packets/dhcp_devices.cpp
   packets/flow_keys.cpp
   packets/flow_table.cpp
   packets/ledger.cpp
-  packets/live_source.cpp
   packets/ndpi_classifier.cpp
   packets/packet.cpp
   packets/packet_accounting.cpp
   packets/packet_names.cpp
-  packets/reader.cpp
-  packets/ring.cpp
 )
 target_link_libraries(
   idpfwd_packets

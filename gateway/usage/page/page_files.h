@@ -1,7 +1,7 @@
 // The page's files, as they were compressed when the program was built.
 #pragma once
 
-#include "usage/http.h"
+#include "usage/http/http.h"
 
 #include <optional>
 #include <span>

@@ -1,4 +1,4 @@
-#include "engine/packets/packet_source.h"
+#include "engine/capture/packet_source.h"
 
 #include "engine/dump.h"
 #include "gateway/engine/frames.h"

@@ -37,6 +37,8 @@ TEST(Tables, AForgottenDeviceTakesItsRowsAlongAndComesBackAtZero) {
     tables.addTraffic(mac(1), 3, 17, kTraffic, at(100));
     tables.addTraffic(mac(2), 3, 17, kTraffic, at(150));
     tables.addTraffic(mac(1), 3, 17, kTraffic, at(190)); // held since: it was not there again
+    tables.forgetUnseen(at(189), 100);
+    EXPECT_EQ(tables.users().size(), 2U) << "seen by another reader after this moment was taken";
     tables.forgetUnseen({.seconds = 2'000'000'000, .milliseconds = 200'000}, 100);
     EXPECT_EQ(tables.users().size(), 2U) << "unseen for exactly the time, by the clock that counts";
     tables.forgetUnseen(at(201), 100);

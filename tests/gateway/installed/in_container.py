@@ -188,7 +188,9 @@ def first_boot():
     nothing_is_for_others_to_write()
     assert list(victim.iterdir()) == []
     run("systemctl", "stop", "traffic-usage@br1.target")
-    assert not is_active("idpfwd@br1") and not is_active("trafficUsageDetailsD@br1")
+    # The target itself is stopped before what belongs to it.
+    wait_until(lambda: not is_active("idpfwd@br1") and not is_active("trafficUsageDetailsD@br1"),
+               "the end of br1's services")
 
 
 def second_boot():

@@ -1,7 +1,7 @@
 // What is asked in URLs and answered in JSON, CSV and tables, with texts that mean harm.
 #include "history_rig.h"
-#include "usage/api.h"
-#include "usage/format.h"
+#include "usage/answers/api.h"
+#include "usage/answers/format.h"
 #include "usage/instance.h"
 #include "usage/text.h"
 

@@ -1,5 +1,5 @@
 #include "history_rig.h"
-#include "usage/slot.h"
+#include "usage/store/slot.h"
 
 #include <random>
 

@@ -1,8 +1,8 @@
 // A history over an engine in memory, on a clock of the test's own.
 #pragma once
 
+#include "usage/answers/query.h"
 #include "usage/history.h"
-#include "usage/query.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,6 +1,6 @@
 // What is sampled, stopped, lost sight of and restarted still is the truth.
 #include "history_rig.h"
-#include "usage/scratch.h"
+#include "usage/store/scratch.h"
 
 #include <fstream>
 #include <random>

@@ -1,4 +1,4 @@
-#include "usage/http_auth.h"
+#include "usage/http/http_auth.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/file.h"
-#include "usage/http.h"
+#include "usage/http/http.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "http_rig.h"
 
-#include "usage/http_rules.h"
+#include "usage/http/http_rules.h"
 
 #include <crypt.h>
 #include <sys/resource.h>

@@ -1,9 +1,9 @@
-#include "usage/http_auth.h"
-#include "usage/messages.h"
-#include "usage/metrics.h"
+#include "usage/answers/messages.h"
+#include "usage/answers/metrics.h"
+#include "usage/commands/setup.h"
+#include "usage/http/http_auth.h"
 #include "usage/page/page_files.h"
 #include "usage/settings.h"
-#include "usage/setup.h"
 #include "usage/text.h"
 
 #include <gmock/gmock.h>

@@ -56,7 +56,8 @@ class Arguments(unittest.TestCase):
 
 
 class Report(unittest.TestCase):
-    counters = {"users": [user(LAPTOP, [row("Chess", 3, 4), row("Go", 90, 5)], "laptop"),
+    counters = {"capture_drops": None,
+                "users": [user(LAPTOP, [row("Chess", 3, 4), row("Go", 90, 5)], "laptop"),
                           user(PHONE, [row("Chess", 0, 7)], "", "10.0.0.2")]}
     ended = {(LAPTOP, "Web", "Chess"), (PHONE, "Web", "Chess")}
     reports = [{"trafficInfo": [record(LAPTOP, "Chess", 1, 4), record(PHONE, "Chess", 0, 7)]},
