@@ -52,6 +52,7 @@ std::string usageCsv(const Json &usage) {
     std::string text = line(header);
     for (const Json &row : usage["rows"]) {
         std::vector<std::string> cells;
+        cells.reserve(columns.size() + 2);
         for (const std::string &column : columns)
             cells.push_back(value(row, column));
         text += withBytes(cells, row);

@@ -264,10 +264,10 @@ ExportedLines exportLines(const View &view, Seconds from) {
                             take(period, [&](const auto &write) { visitTraffic(packed, write); });
                         });
     }
-    for (const auto &[start, traffic] : view.present.slots) {
-        if (start >= from)
-            take(periodAt(Level::kSlot, start), [&](const auto &write) {
-                for (const auto &[pair, bytes] : traffic)
+    for (const auto &slot : view.present.slots) {
+        if (slot.first >= from)
+            take(periodAt(Level::kSlot, slot.first), [&](const auto &write) {
+                for (const auto &[pair, bytes] : slot.second)
                     write(pair, bytes);
             });
     }

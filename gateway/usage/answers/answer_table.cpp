@@ -121,6 +121,7 @@ Look lookOfOutput() {
 std::string layTable(const std::vector<Column> &columns,
                      const std::vector<std::vector<std::string>> &rows, const Look &look) {
     std::vector<std::size_t> widths;
+    widths.reserve(columns.size());
     for (const Column &column : columns)
         widths.push_back(columnsOf(column.title));
     for (const auto &row : rows) {

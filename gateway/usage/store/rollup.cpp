@@ -43,6 +43,7 @@ Traffic capDevices(Traffic traffic, std::size_t most) {
     if (totals.size() <= most)
         return traffic;
     std::vector<std::pair<std::uint64_t, DeviceId>> ranked;
+    ranked.reserve(totals.size());
     for (const auto &[device, total] : totals)
         ranked.emplace_back(total, device);
     const auto kept = ranked.end() - static_cast<std::ptrdiff_t>(most);
