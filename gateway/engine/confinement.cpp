@@ -75,12 +75,12 @@ bool allowInPart(scmp_filter_ctx filter, const Needs &needs) {
     done &= allowWhere(filter, "clone", SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, CLONE_THREAD));
     // Its flags lie in memory, where no filter looks: the library then takes the older call.
     done &= seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0) == 0;
-    done &= allowWhere(filter, "prctl", SCMP_A0(SCMP_CMP_EQ, PR_SET_NAME));
+    done &= allowWhere(filter, "prctl", SCMP_A0(SCMP_CMP_EQ, PR_SET_NAME, 0));
     if (needs.packets) {
         // The interface, and how the libraries look for it and its address.
         for (const int family : {AF_PACKET, AF_INET, AF_NETLINK, AF_UNIX})
             done &= allowWhere(filter, "socket",
-                               SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family)));
+                               SCMP_A0(SCMP_CMP_EQ, static_cast<scmp_datum_t>(family), 0));
         done &= allow(filter, "bind");
     }
     return done;

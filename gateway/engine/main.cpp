@@ -169,7 +169,8 @@ int run(const Options &options) {
     Opened opened;
     if (!open(options, opened, error))
         return fail(error);
-    const auto &[source, device] = opened;
+    const std::unique_ptr<Source> &source = opened.source;
+    const std::unique_ptr<Device> &device = opened.device;
     const LoopEvents events{
         .ready =
             [&] {

@@ -52,8 +52,8 @@ int mtd_erase(const char *name);
  * it untouched.
  *
  * On NAND the kernel takes whole pages only: a length below an erase block that is no multiple of
- * the page (writesize of MEMGETINFO) erases the first block and then fails. A bad block fails at its
- * erase; nothing is moved behind it.
+ * the page (writesize of MEMGETINFO) erases the first block and then fails. A bad block fails at
+ * its erase; nothing is moved behind it.
  */
 int mtd_write(const char *path, const unsigned char *buffer, int length);
 

@@ -135,8 +135,9 @@ int getDeviceModelByPriority(struct devDataStructure record, char *out);
 int getDhcpInfoByMac(const char *mac_text, struct dhcpInfo *out);
 
 /*
- * Sends one message to the detection daemon without waiting; nobody is told when it does not arrive,
- * as when the daemon's queue is full. Always prints a line. Ends the process with status 1 when no socket can be made.
+ * Sends one message to the detection daemon without waiting; nobody is told when it does not
+ * arrive, as when the daemon's queue is full. Always prints a line. Ends the process with status 1
+ * when no socket can be made.
  */
 void sendDataToDevIdApi(struct devIdMessage message);
 
