@@ -12,7 +12,7 @@ struct sqlite3_stmt;
 
 namespace uplink {
 
-// The database can't do what it is asked for now: disk full, no right, in use.
+// The database can't do what it is asked for at present: disk full, no right, in use.
 class DatabaseError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
