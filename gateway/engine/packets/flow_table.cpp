@@ -34,7 +34,7 @@ FlowTable::FlowTable(Classifier &classifier, Counter &counter, std::size_t budge
 
 std::size_t FlowTable::memory() const {
     constexpr std::size_t kFlow = sizeof(Flow) + 2 * sizeof(void *) + kAllocation;
-    return size_ * kFlow + heldBytes_ + buckets_.size() * sizeof(Flow *);
+    return size_ * kFlow + heldBytes_ + buckets_.size() * sizeof(void *);
 }
 
 FlowTable::Flow *FlowTable::find(const FlowKey &key) const {
