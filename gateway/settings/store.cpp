@@ -5,9 +5,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -29,7 +31,9 @@ enum Turn { kWriter, kNewReader, kTurns };
 struct Environment {
     MDB_env *lmdb;
     int data;
-    std::atomic<off_t> size; // of its file, which only grows
+    std::atomic<off_t> size;          // of its file, which only grows
+    std::atomic<std::int64_t> looked; // when that was last looked at, in tenths of a second
+    std::atomic<int> found;           // what was found then
     MDB_dbi settings;
     pthread_mutex_t turns[kTurns];
     MDB_txn *reader_of_fork;
@@ -248,6 +252,18 @@ int check_length() {
     return 0;
 }
 
+// A pass of the daemon reads settings by the ten thousand: the file is looked at ten times a
+// second.
+int check_length_now_and_then() {
+    Environment &environment = *current.load();
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const std::int64_t tenth = std::int64_t{now.tv_sec} * 10 + now.tv_nsec / 100'000'000;
+    if (environment.looked.exchange(tenth) != tenth)
+        environment.found.store(check_length());
+    return environment.found.load();
+}
+
 int begin_first_reading() {
     const int result = begin_reader(*current.load(), reader);
     if (result == 0 && reader_key_made)
@@ -258,7 +274,7 @@ int begin_first_reading() {
 int begin_reading() {
     int result = open();
     if (result == 0)
-        result = check_length();
+        result = check_length_now_and_then();
     if (result != 0)
         return result;
     return reader != nullptr ? mdb_txn_renew(reader) : begin_first_reading();

@@ -71,6 +71,9 @@ void put(std::uint8_t *bytes, std::size_t offset, const Number &value) {
 }
 
 TEST_F(CuseLogicTest, CallersOfBothWidthsAreAnsweredWhole) {
+#ifdef EMULATOR
+    GTEST_SKIP() << "the emulator does not place the caller's memory where the kernel looks for it";
+#endif
     start();
     constexpr std::uint32_t kUsed = 100, kIn = 4096, kOut = 2 << 20, kAll = 4 << 20;
     std::uint8_t *memory = lowMemory(kAll);
