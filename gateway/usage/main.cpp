@@ -14,7 +14,6 @@ namespace {
 
 constexpr int kFailure = 1;
 constexpr int kWrongUsage = 2;
-constexpr const char *kListen = "127.0.0.1:8080";
 
 // The command that was asked for, ready to run.
 struct Chosen {
@@ -72,8 +71,7 @@ void addServe(CLI::App &app, Chosen &chosen) {
             options->place = findPlace(chosen.place);
             options->settings = readSettings(settingsOf(*settings, options->place));
             if (options->listen.empty())
-                options->listen =
-                    options->settings.listen.empty() ? kListen : options->settings.listen;
+                options->listen = options->settings.listen;
             return serve(*options);
         };
     });

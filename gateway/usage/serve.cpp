@@ -2,6 +2,7 @@
 
 #include "common/file.h"
 #include "usage/answers/api.h"
+#include "usage/http/http_listener.h"
 #include "usage/http/site.h"
 #include "usage/sampling/engine_reader.h"
 
@@ -115,9 +116,22 @@ class Loop {
     HttpServer server_;
 };
 
+// The address that nobody chose may be another instance's: counting goes on without the page then.
+std::string defaultListen() {
+    constexpr const char *kListen = "127.0.0.1:8080";
+    try {
+        close(listenOnTcp(parseListen(kListen)));
+        return kListen;
+    } catch (const std::runtime_error &error) {
+        tell(std::string(error.what()) + "; there is no page: choose an address with --listen");
+        return "none";
+    }
+}
+
 } // namespace
 
-int serve(const ServeOptions &options) {
+int serve(const ServeOptions &given) {
+    ServeOptions options = given;
     keepMemorySmall();
     umask(S_IWGRP | S_IRWXO); // who used what is nobody else's business
     const sigset_t ending = endingSignals();
@@ -126,6 +140,8 @@ int serve(const ServeOptions &options) {
     const Descriptor signals(signalfd(-1, &ending, SFD_NONBLOCK | SFD_CLOEXEC));
     makeFolder(options.place.state);
     makeFolder(options.place.runtime);
+    if (options.listen.empty())
+        options.listen = defaultListen();
     Loop loop(options);
     tell(std::string(TRAFFIC_USAGE_VERSION) + ": " + options.place.instance + ", store " +
          options.place.state + ", a sample every " + std::to_string(options.every) + " s, socket " +

@@ -12,7 +12,7 @@ namespace usage {
 struct ServeOptions {
     Place place;
     Seconds every = 5;
-    std::string listen; // as HttpOptions has it
+    std::string listen; // as HttpOptions has it; "" for 127.0.0.1:8080, if nobody is there
     Settings settings;  // the password and the broker
     std::uint64_t limit = 64U << 20U;
 };

@@ -81,10 +81,10 @@ def household(names=("laptop", "phone", "tv"), grows=False):
 class Service:
     """An engine and the service; ends both when it is closed."""
 
-    def __init__(self, scenario, settings=None):
+    def __init__(self, scenario, settings=None, default_address=False):
         # Not in /tmp: the programs see no other than their own.
         self.folder = tempfile.mkdtemp(prefix="page-", dir=os.path.dirname(TRAFFIC_USAGE))
-        self.port = free_port()
+        self.port = None if default_address else free_port()
         self.settings = os.path.join(self.folder, "settings.json")
         if settings:
             with open(self.settings, "w", encoding="utf-8") as file:
@@ -98,7 +98,8 @@ class Service:
             f"{IDPFWD} --scenario {self.folder}/scenario.json --databases /tmp/trend >/dev/null & ")
         serve = (f"LD_PRELOAD={self.preloaded()} exec {TRAFFIC_USAGE} serve --instance br0 --every 1"
                  f" --state {self.folder}/state --runtime {self.folder}/run"
-                 f" --listen 127.0.0.1:{self.port} --settings {self.settings}")
+                 f" --settings {self.settings}"
+                 + (f" --listen 127.0.0.1:{self.port}" if self.port else ""))
         environment = dict(os.environ, IDPFWD_SOCKET=f"{self.folder}/idpfw", TZ="Europe/Berlin",
                            ASAN_OPTIONS="quarantine_size_mb=1:verify_asan_link_order=0:detect_leaks=0")
         with open(os.path.join(self.folder, "log"), "ab") as log:
@@ -116,6 +117,8 @@ class Service:
         if self.process.poll() is not None:
             with open(os.path.join(self.folder, "log"), encoding="utf-8", errors="replace") as log:
                 raise AssertionError("the service ended: " + log.read()[-2000:])
+        if self.port is None:
+            return os.path.exists(f"{self.folder}/run/api.sock")
         try:
             with socket.create_connection(("127.0.0.1", self.port), 1):
                 return True
@@ -297,6 +300,18 @@ class PageTest(ServiceTest):
 
 
 class OthersTest(ServiceTest):
+    def test_an_instance_whose_default_address_is_taken_counts_without_a_page(self):
+        with socket.socket() as other:
+            other.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            try:
+                other.bind(("127.0.0.1", 8080))
+                other.listen()
+            except OSError:
+                pass  # it is taken already
+            service = self.service(household(), default_address=True).sampled()
+            with open(f"{service.folder}/log", encoding="utf-8") as log:
+                self.assertIn("there is no page: choose an address", log.read())
+
     def test_prometheus_scrapes_the_metrics(self):
         if shutil.which("prometheus") is None:
             self.skipTest("prometheus is not installed")
