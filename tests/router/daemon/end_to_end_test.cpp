@@ -416,7 +416,7 @@ int main(int argc, char **argv) {
     if (testing::GTEST_FLAG(list_tests))
         return RUN_ALL_TESTS();
 #ifdef EMULATOR
-    refusal = "the daemon's own commands need a machine of its kind: router/ has one";
+    refusal = "the daemon's own commands need a machine of its kind: emulator/ has one";
     return RUN_ALL_TESTS();
 #endif
     const char *build = getenv("BINARIES");
