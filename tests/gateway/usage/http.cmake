@@ -4,17 +4,14 @@ target_link_libraries(
   usage_http_test
   PRIVATE usage_http test_options PkgConfig::libcrypt PkgConfig::zlib GTest::gmock GTest::gtest_main
 )
+finish_suite(usage_http_test)
 
 # What the page, the metrics, the messages and the setup are made of.
 add_executable(usage_page_parts_test page_parts_test.cpp)
 target_link_libraries(
   usage_page_parts_test PRIVATE usage_core usage_http test_options GTest::gmock GTest::gtest_main
 )
-
-foreach(suite usage_http_test usage_page_parts_test)
-  set_target_properties(${suite} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
-  discover_suite(${suite})
-endforeach()
+finish_suite(usage_page_parts_test)
 
 # The page in a browser: Debian's own Python, which has Debian's modules.
 add_test(
