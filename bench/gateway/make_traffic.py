@@ -1,9 +1,10 @@
 """Makes captures to measure the engine on. The same arguments make the same bytes.
 
-usage: make_traffic.py home|merged|flows|hellos OUTPUT
+usage: make_traffic.py home|merged|full|flows|hellos OUTPUT
 
 home    10 clients, 12,000 TLS connections of 20 to 60 packets to 400 names, and their look-ups
 merged  the same as a card with segmentation offload hands it over: frames of up to 64 KB
+full    81,000 packets of 1,514 bytes, of one connection of each of 10 clients
 flows   500,000 connections of four packets
 hellos  16,000 TLS hellos of 36 segments that never end
 """
@@ -22,10 +23,10 @@ class Capture:
         self.file.write(struct.pack("<IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, 1))
         self.time = 1_800_000_000_000_000
 
-    def frame(self, source, target, packet, pause):
+    def frame(self, source, target, packet, pause, kind=b"\x08\x00"):
         self.time += pause
         head = struct.pack("<IIII", *divmod(self.time, 1_000_000), len(packet) + 14, len(packet) + 14)
-        self.file.write(head + target + source + b"\x08\x00" + packet)
+        self.file.write(head + target + source + kind + packet)
 
 
 def ipv4(source, target, protocol, body):
@@ -111,6 +112,13 @@ def home(capture, payload):
         connection.send(1, FIN_ACK)
 
 
+def full(capture):
+    for client in range(10):
+        connection = Connection(capture, client, bytes([203, 0, 113, 1 + client]), 40000 + client, 12)
+        for _ in range(8_100):
+            connection.send(1, PUSH_ACK, record(23, bytes(1455)))
+
+
 def flows(capture):
     for number in range(500_000):
         server = bytes([198, number >> 16, number >> 8 & 255, number & 255])
@@ -131,7 +139,7 @@ def hellos(capture):
 
 def main():
     kinds = {"home": lambda to: home(to, 1400), "merged": lambda to: home(to, 16_000),
-             "flows": flows, "hellos": hellos}
+             "full": full, "flows": flows, "hellos": hellos}
     if len(sys.argv) != 3 or sys.argv[1] not in kinds:
         sys.exit(__doc__)
     kinds[sys.argv[1]](Capture(sys.argv[2]))
