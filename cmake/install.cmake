@@ -106,7 +106,7 @@ if(WORKSTATION)
   install(TARGETS idpfwd RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT workstation)
   install(TARGETS idpfw-shim LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT workstation)
   install(
-    FILES docs/scenario.md gateway/engine/scenario/evening.json
+    FILES docs/engine_state.md docs/scenario.md gateway/engine/scenario/evening.json
     DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT workstation
   )
@@ -119,7 +119,7 @@ if(WORKSTATION)
   if(TARGET traffic-usage)
     install(TARGETS traffic-usage RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
     install_man_page(traffic-usage 1 gateway)
-    install(FILES docs/history_format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT gateway)
+    install(FILES docs/api.md docs/history_format.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT gateway)
   endif()
   if(TARGET uplink)
     install(
