@@ -2,6 +2,8 @@
 // all ingesters share, and the stream of dead letters.
 #pragma once
 
+#include "ingest/socket_thread.h"
+
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -112,6 +114,7 @@ class Buffer {
     void setUpConsumer(const BufferLimits &limits);
     void setUpDead(const BufferLimits &limits);
     void bind();
+    void answered(bool answered);
 
     template <auto release>
     struct Release {
@@ -120,9 +123,18 @@ class Buffer {
             release(object);
         }
     };
-    std::unique_ptr<natsConnection, Release<natsConnection_Destroy>> connection_;
+    SocketThread socket_;
+    struct Disconnect {
+        SocketThread *socket;
+        void operator()(natsConnection *connection) const {
+            socket->stop();
+            natsConnection_Destroy(connection);
+        }
+    };
+    std::unique_ptr<natsConnection, Disconnect> connection_{nullptr, Disconnect{&socket_}};
     std::unique_ptr<jsCtx, Release<jsCtx_Destroy>> stream_;
     std::shared_ptr<natsSubscription> subscription_;
+    int unanswered_ = 0;
 };
 
 } // namespace fleet
