@@ -114,7 +114,8 @@ std::uint32_t Run::recordsOfNext() const {
 Fault Run::faultOfNext() const {
     if (options_.badEvery == 0 || made_ % options_.badEvery != options_.badEvery / 2)
         return Fault::kNone;
-    return static_cast<Fault>(1 + made_ / options_.badEvery % (kFaults - 1));
+    return options_.refused ? Fault::kRefused
+                            : static_cast<Fault>(1 + made_ / options_.badEvery % kEnvelopeFaults);
 }
 
 void Run::makeReport(Clock::time_point now) {

@@ -55,7 +55,7 @@ TEST(SimulatedRouter, SpeaksAsARealOne) {
 }
 
 TEST(SimulatedRouter, IsWrongInTheWayItSays) {
-    for (int fault = 1; fault < kFaults; ++fault) {
+    for (int fault = 1; fault <= kEnvelopeFaults; ++fault) {
         const ReportKey key = keyOf(1, static_cast<Fault>(fault));
         const auto read = readEnvelope(subjectOf(key), bodyOf(key));
         ASSERT_TRUE(std::holds_alternative<Refusal>(read)) << fault;
