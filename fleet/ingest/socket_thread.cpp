@@ -46,8 +46,8 @@ void SocketThread::stop() {
     if (!thread_.joinable())
         return;
     stopped_ = true;
-    hangUp(); // it may wait for the rest of what has come in part
     wake();
+    hangUp(); // it may wait for the rest of what has come in part
     thread_.join();
 }
 
@@ -102,7 +102,8 @@ void SocketThread::run() {
         std::uint64_t times = 0;
         if (list[0].revents != 0 && read(woken_, &times, sizeof times) < 0)
             continue;
-        if (list[1].revents != 0)
+        // Not once it is stopped: the library would begin to connect anew.
+        if (list[1].revents != 0 && !stopped_)
             handle(watched, list[1].revents);
     }
 }

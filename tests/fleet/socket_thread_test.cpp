@@ -110,9 +110,10 @@ TEST(SocketThread, AloneReadsAndWritesAndComesBackWhenItHungUp) {
                 return true;
         return false;
     };
+    overlaps = 0; // other tests talk too
     for (int times = 0; times < 100; ++times)
         EXPECT_TRUE(works());
-    ASSERT_EQ(overlaps, 0);
+    EXPECT_EQ(overlaps, 0);
     node.drop();
     EXPECT_TRUE(works());
     node.silent = true;
