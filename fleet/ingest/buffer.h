@@ -93,7 +93,8 @@ class Buffer {
 
     // At most so many messages; fewer, or none, when no more come for so long. Binds to the
     // consumer first when that is not done yet. Throws BufferError when there is none or no server
-    // answers.
+    // answers, and std::runtime_error when none ever will: the library doesn't come back to servers
+    // that refused it twice.
     std::vector<Message> fetch(int most, std::chrono::milliseconds patience);
 
     // Nothing when the consumer does not exist. Throws BufferError when nobody can tell.
