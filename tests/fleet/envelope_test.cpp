@@ -1,4 +1,4 @@
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
 #include <gtest/gtest.h>
 #include <string>

@@ -2,8 +2,8 @@
 // real ones do.
 #include "check/verdict.h"
 
-#include "ingest/envelope.h"
-#include "ingest/rows.h"
+#include "ingest/report/envelope.h"
+#include "ingest/report/rows.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ingest/envelope_fields.h"
+#include "ingest/report/envelope_fields.h"
 
 #include <cmath>
 #include <limits>

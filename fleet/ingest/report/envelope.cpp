@@ -1,7 +1,7 @@
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
-#include "ingest/any_bytes.h"
-#include "ingest/envelope_fields.h"
+#include "ingest/report/any_bytes.h"
+#include "ingest/report/envelope_fields.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "ingest/any_bytes.h"
+#include "ingest/report/any_bytes.h"
 
 #include <cstddef>
 
