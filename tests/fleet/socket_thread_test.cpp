@@ -43,7 +43,7 @@ class Node {
         address_.sin_family = AF_INET;
         address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address_;
-        bind(listener_, reinterpret_cast<sockaddr *>(&address_), size);
+        (void)bind(listener_, reinterpret_cast<sockaddr *>(&address_), size);
         listen(listener_, 4);
         getsockname(listener_, reinterpret_cast<sockaddr *>(&address_), &size);
         thread_ = std::thread([this] { run(); });
