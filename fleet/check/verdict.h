@@ -1,7 +1,7 @@
 // The ledger of the routers, held against the store.
 #pragma once
 
-#include "ingest/device_key.h"
+#include "ingest/report/device_key.h"
 #include "simulate/ledger.h"
 
 #include <cstdint>

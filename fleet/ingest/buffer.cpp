@@ -8,6 +8,9 @@
 namespace fleet {
 namespace {
 
+// Questions, of five seconds each.
+constexpr int kMostUnanswered = 3;
+
 void demand(natsStatus status, const char *what) {
     if (status != NATS_OK)
         throw BufferError(std::string(what) + ": " + natsStatus_GetText(status));
@@ -98,8 +101,7 @@ Buffer::Buffer(const BufferAddress &address) {
     natsOptions_SetMaxReconnect(made, -1);
     natsOptions_SetReconnectWait(made, 500);
     natsOptions_SetReconnectJitter(made, 500, 1000);
-    natsOptions_SetPingInterval(made, 10'000);
-    natsOptions_SetMaxPingsOut(made, 2);
+    socket_.serve(made);
     natsConnection *connection = nullptr;
     demand(natsConnection_Connect(&connection, made), "the buffer can't be reached");
     connection_.reset(connection);
@@ -130,6 +132,8 @@ void Buffer::bind() {
 }
 
 std::vector<Message> Buffer::fetch(int most, std::chrono::milliseconds patience) {
+    if (natsConnection_IsClosed(connection_.get()))
+        throw std::runtime_error("the buffer has shown us the door: are user and password right?");
     bind();
     natsMsgList list{};
     jsErrCode error{};
@@ -148,11 +152,22 @@ std::vector<Message> Buffer::fetch(int most, std::chrono::milliseconds patience)
     return messages;
 }
 
+// A server that says nothing is left for another one; a stream without a leader says nothing
+// either, and then nothing is lost by it.
+void Buffer::answered(bool answered) {
+    unanswered_ = answered ? 0 : unanswered_ + 1;
+    if (unanswered_ < kMostUnanswered)
+        return;
+    unanswered_ = 0;
+    socket_.hangUp();
+}
+
 std::optional<Backlog> Buffer::backlog() {
     jsConsumerInfo *info = nullptr;
     jsErrCode error{};
     const natsStatus status =
         js_GetConsumerInfo(&info, stream_.get(), kStream, kConsumer, nullptr, &error);
+    answered(status != NATS_TIMEOUT);
     if (status == NATS_NOT_FOUND)
         return std::nullopt;
     demand(status, "the consumer's state");

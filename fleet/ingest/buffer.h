@@ -2,6 +2,8 @@
 // all ingesters share, and the stream of dead letters.
 #pragma once
 
+#include "ingest/socket_thread.h"
+
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -91,7 +93,8 @@ class Buffer {
 
     // At most so many messages; fewer, or none, when no more come for so long. Binds to the
     // consumer first when that is not done yet. Throws BufferError when there is none or no server
-    // answers.
+    // answers, and std::runtime_error when none ever will: the library doesn't come back to servers
+    // that refused it twice.
     std::vector<Message> fetch(int most, std::chrono::milliseconds patience);
 
     // Nothing when the consumer does not exist. Throws BufferError when nobody can tell.
@@ -112,6 +115,7 @@ class Buffer {
     void setUpConsumer(const BufferLimits &limits);
     void setUpDead(const BufferLimits &limits);
     void bind();
+    void answered(bool answered);
 
     template <auto release>
     struct Release {
@@ -120,9 +124,18 @@ class Buffer {
             release(object);
         }
     };
-    std::unique_ptr<natsConnection, Release<natsConnection_Destroy>> connection_;
+    SocketThread socket_;
+    struct Disconnect {
+        SocketThread *socket;
+        void operator()(natsConnection *connection) const {
+            socket->stop();
+            natsConnection_Destroy(connection);
+        }
+    };
+    std::unique_ptr<natsConnection, Disconnect> connection_{nullptr, Disconnect{&socket_}};
     std::unique_ptr<jsCtx, Release<jsCtx_Destroy>> stream_;
     std::shared_ptr<natsSubscription> subscription_;
+    int unanswered_ = 0;
 };
 
 } // namespace fleet

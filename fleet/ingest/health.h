@@ -1,7 +1,7 @@
 // What an ingester says about itself: counters for a monitoring system, and whether all is well.
 #pragma once
 
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
 #include <array>
 #include <atomic>

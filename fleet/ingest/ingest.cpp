@@ -1,7 +1,7 @@
 #include "ingest/ingest.h"
 
 #include "ingest/log.h"
-#include "ingest/rows.h"
+#include "ingest/report/rows.h"
 
 #include <algorithm>
 #include <thread>

@@ -1,11 +1,11 @@
 // The way of the reports: fetched from the buffer, checked, stored, acknowledged.
 #pragma once
 
-#include "ingest/batch.h"
 #include "ingest/buffer.h"
 #include "ingest/clickhouse.h"
-#include "ingest/device_key.h"
 #include "ingest/health.h"
+#include "ingest/report/batch.h"
+#include "ingest/report/device_key.h"
 
 #include <atomic>
 #include <random>

@@ -37,6 +37,7 @@ void addRun(CLI::App &app, RunOptions &options) {
     run->add_option("--drain", options.drain, "how long outboxes may take to empty");
     run->add_option("--bad-every", options.badEvery, "one report in so many is faulty");
     run->add_flag("--each", options.each, "connect for each report");
+    run->add_flag("--refused", options.refused, "faulty reports are ones that a store refuses");
     run->add_flag("--odd", options.odd, "with reports of 0 and 294 records, and impostors");
 }
 

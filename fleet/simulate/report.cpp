@@ -9,12 +9,12 @@ namespace fleet {
 namespace {
 
 struct App {
-    const char *type;
-    const char *name;
+    std::string_view type;
+    std::string_view name;
 };
 
 // Among ordinary ones some that were seen in the field to hurt: quotes, tabs, bytes that are no
-// UTF-8.
+// UTF-8, a byte of 0.
 constexpr std::array kApps = {App{"SocialNetwork", "Instagram"},
                               App{"Media", "YouTube"},
                               App{"Video", "NetFlix"},
@@ -28,7 +28,8 @@ constexpr std::array kApps = {App{"SocialNetwork", "Instagram"},
                               App{"", ""},
                               App{"Odd", "a \"quoted\"\tname\\n"},
                               App{"Odd", "caf\xE9 \xFF\x80"},
-                              App{"Odd", "\xE2\x98\x83 snow"}};
+                              App{"Odd", {"nothing \0 more", 14}},
+                              App{"Odd", "\xE2\x98\x83 snow \xEF\x9E\x80"}};
 
 constexpr std::array kDevices = {
     "Android phone", "Windows PC", "Embedded device", "TV", "Tablet", ""};
@@ -53,6 +54,8 @@ void appendText(std::string &out, std::string_view text) {
             out += c;
         } else if (c == '\t') {
             out += "\\t";
+        } else if (c == '\0') {
+            out += "\\u0000";
         } else {
             out += c;
         }
@@ -78,8 +81,8 @@ SimulatedRecord recordOf(const ReportKey &key, std::uint32_t item) {
              (key.router >> 8U) & 255U, key.router & 255U, 0x5EU, static_cast<unsigned>(device));
     SimulatedRecord record{.device = address,
                            .deviceType = kDevices.at(device % kDevices.size()),
-                           .appType = app.type,
-                           .appName = app.name};
+                           .appType = std::string(app.type),
+                           .appName = std::string(app.name)};
     record.end = key.taken - static_cast<std::int64_t>((whole >> 24U) % 60);
     record.start = record.end - 30 - static_cast<std::int64_t>((whole >> 32U) % 900);
     record.upload = static_cast<std::int64_t>(mix(whole, 1) % 1'000'000);
@@ -162,6 +165,8 @@ std::vector<SimulatedRecord> recordsOf(const ReportKey &key) {
     records.reserve(key.records);
     for (std::uint32_t item = 0; item < key.records; ++item)
         records.push_back(recordOf(key, item));
+    if (key.fault == Fault::kRefused && !records.empty())
+        records.front().deviceType = "Unheard-of";
     return records;
 }
 
@@ -182,7 +187,7 @@ std::string bodyOf(const ReportKey &key) {
 }
 
 const char *reasonOf(Fault fault) {
-    constexpr std::array kReasons = {"", "json", "schema", "count", "range", "identity"};
+    constexpr std::array kReasons = {"", "json", "schema", "count", "range", "identity", "refused"};
     return kReasons.at(static_cast<std::size_t>(fault));
 }
 

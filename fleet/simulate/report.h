@@ -8,10 +8,12 @@
 
 namespace fleet {
 
-// What is wrong with a report, on purpose.
-enum class Fault { kNone, kJson, kSchema, kCount, kRange, kIdentity };
+// What is wrong with a report, on purpose. The last one only a store finds that was told which
+// types of devices there are.
+enum class Fault { kNone, kJson, kSchema, kCount, kRange, kIdentity, kRefused };
 
-inline constexpr int kFaults = 6;
+inline constexpr int kFaults = 7;
+inline constexpr int kEnvelopeFaults = 5; // from kJson on
 
 // What tells a report apart, and decides what is in it.
 struct ReportKey {

@@ -17,6 +17,9 @@ constexpr int kLongestPause = 16; // seconds between tries
 // Reports on their way at once, as in the real uplink.
 constexpr std::size_t kWindow = 16;
 
+// Handshakes at once, of all routers: those of thousands would each take longer than a node waits.
+constexpr std::uint32_t kMostConnecting = 100;
+
 } // namespace
 
 Router::Router(Simulation &simulation, std::uint32_t number)
@@ -75,6 +78,7 @@ void Router::connect(Clock::time_point now) {
     mosquitto_disconnect_callback_set(
         client_, [](mosquitto *, void *self, int) { static_cast<Router *>(self)->broken_ = true; });
     broken_ = false;
+    ++simulation_.connecting;
     connectedAt_ = now;
     const Node &node = simulation_.nodes[node_];
     check(mosquitto_connect_async(client_, node.host.c_str(), node.port, kKeepAlive), now);
@@ -86,6 +90,7 @@ void Router::onConnected(int status) {
         return;
     }
     online_ = true;
+    --simulation_.connecting;
     attempts_ = 0;
     sendOpen();
 }
@@ -135,7 +140,8 @@ void Router::onReady(std::uint32_t events, Clock::time_point now) {
 
 void Router::onTick(Clock::time_point now) {
     if (client_ == nullptr) {
-        if (now >= nextTry_ && (simulation_.held || !outbox_.empty()))
+        if (now >= nextTry_ && (simulation_.held || !outbox_.empty()) &&
+            simulation_.connecting < kMostConnecting)
             connect(now);
         return;
     }
@@ -181,6 +187,7 @@ void Router::close(bool failed, Clock::time_point now) {
     if (!failed)
         mosquitto_disconnect(client_); // closing the socket takes it out of epoll as well
     mosquitto_destroy(client_);
+    simulation_.connecting -= online_ ? 0 : 1;
     client_ = nullptr;
     socket_ = -1;
     watched_ = 0;

@@ -29,8 +29,9 @@ struct Simulation {
     std::minstd_rand random;
     std::vector<Entry> ledger;
     std::uint64_t acknowledged = 0;
-    std::uint64_t failures = 0; // connections that were refused or lost
-    int watch = -1;             // the epoll descriptor
+    std::uint64_t failures = 0;   // connections that were refused or lost
+    std::uint32_t connecting = 0; // connections that are not there yet
+    int watch = -1;               // the epoll descriptor
 };
 
 class Router {

@@ -2,6 +2,7 @@
 
 #include "simulate/router.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -22,8 +23,8 @@ using std::chrono::seconds;
 
 constexpr milliseconds kTick{100};
 constexpr seconds kProgress{5};
-// Connections that are opened at once when a run with held connections begins, for each tick.
-constexpr std::uint32_t kOpenings = 60;
+// How long held connections may take to come about before the first report is made.
+constexpr seconds kOpening{120};
 
 constexpr std::uint32_t kFullReport = 294; // what the daemon holds at most
 
@@ -62,6 +63,8 @@ class Run {
     std::size_t go();
 
   private:
+    void openAll();
+    void step(Clock::time_point now);
     void makeReports(Clock::time_point now);
     void makeReport(Clock::time_point now);
     [[nodiscard]] std::uint32_t recordsOfNext() const;
@@ -69,6 +72,7 @@ class Run {
     void tick(Clock::time_point now);
     void serve(milliseconds patience);
     void tell(Clock::time_point now, bool last);
+    [[nodiscard]] std::size_t online() const;
     [[nodiscard]] std::size_t left() const;
     [[nodiscard]] bool isOver(Clock::time_point now) const;
 
@@ -80,7 +84,6 @@ class Run {
     Clock::time_point ticked_;
     Clock::time_point told_ = begun_;
     std::uint64_t made_ = 0;
-    std::uint32_t opened_ = 0;
 };
 
 Run::Run(const RunOptions &options, const std::atomic<bool> &stop)
@@ -114,7 +117,8 @@ std::uint32_t Run::recordsOfNext() const {
 Fault Run::faultOfNext() const {
     if (options_.badEvery == 0 || made_ % options_.badEvery != options_.badEvery / 2)
         return Fault::kNone;
-    return static_cast<Fault>(1 + made_ / options_.badEvery % (kFaults - 1));
+    return options_.refused ? Fault::kRefused
+                            : static_cast<Fault>(1 + made_ / options_.badEvery % kEnvelopeFaults);
 }
 
 void Run::makeReport(Clock::time_point now) {
@@ -134,9 +138,8 @@ void Run::makeReports(Clock::time_point now) {
 }
 
 void Run::tick(Clock::time_point now) {
-    opened_ = std::min(opened_ + kOpenings, options_.routers);
-    for (std::uint32_t i = 0; i < opened_; ++i)
-        routers_[i]->onTick(now);
+    for (const auto &router : routers_)
+        router->onTick(now);
     ticked_ = now;
 }
 
@@ -150,6 +153,11 @@ void Run::serve(milliseconds patience) {
             events.at(static_cast<std::size_t>(i)).events, now);
 }
 
+std::size_t Run::online() const {
+    return static_cast<std::size_t>(std::count_if(
+        routers_.begin(), routers_.end(), [](const auto &router) { return router->isOnline(); }));
+}
+
 std::size_t Run::left() const {
     return std::accumulate(
         routers_.begin(), routers_.end(), std::size_t{0},
@@ -160,12 +168,9 @@ void Run::tell(Clock::time_point now, bool last) {
     if (now - told_ < kProgress && !last)
         return;
     told_ = now;
-    std::size_t online = 0;
-    for (const auto &router : routers_)
-        online += router->isOnline() ? 1 : 0;
     printf("%6.0f s  routers online %zu of %zu, reports made %llu, acknowledged %llu, in outboxes "
            "%zu, connections lost or refused %llu\n",
-           duration<double>(now - begun_).count(), online, routers_.size(),
+           duration<double>(now - begun_).count(), online(), routers_.size(),
            static_cast<unsigned long long>(made_),
            static_cast<unsigned long long>(simulation_.acknowledged), left(),
            static_cast<unsigned long long>(simulation_.failures));
@@ -179,18 +184,38 @@ bool Run::isOver(Clock::time_point now) const {
     return elapsed > options_.seconds && left() == 0;
 }
 
+void Run::step(Clock::time_point now) {
+    if (now - ticked_ >= kTick)
+        tick(now);
+    serve(milliseconds(5));
+    tell(now, false);
+}
+
+// Opening thousands of connections and holding them are different things; a run is about the
+// latter.
+void Run::openAll() {
+    for (auto now = begun_; !stop_ && now - begun_ < kOpening && online() < routers_.size();
+         now = Clock::now())
+        step(now);
+    begun_ = Clock::now();
+}
+
 std::size_t Run::go() {
+    if (simulation_.held)
+        openAll();
     for (;;) {
         const auto now = Clock::now();
         if (isOver(now))
             break;
         makeReports(now);
-        if (now - ticked_ >= kTick)
-            tick(now);
-        serve(milliseconds(5));
-        tell(now, false);
+        step(now);
     }
     tell(Clock::now(), true);
+    rusage used{};
+    getrusage(RUSAGE_SELF, &used);
+    printf("the routers took %ld CPU s, %ld MB at most\n",
+           static_cast<long>(used.ru_utime.tv_sec + used.ru_stime.tv_sec), used.ru_maxrss / 1024);
+    fflush(stdout);
     writeLedger(options_.ledger, simulation_.ledger);
     return left();
 }

@@ -20,6 +20,7 @@ struct RunOptions {
     double drain = 120;         // how long outboxes may take to empty afterwards
     std::uint32_t badEvery = 0; // one report in so many is faulty; 0 for none
     bool each = false;          // connect for each report
+    bool refused = false;       // faulty reports are good ones that a store may refuse
     bool odd = false;           // now and then a report of 0 or of 294 records, and an impostor
 };
 

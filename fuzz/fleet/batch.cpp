@@ -3,7 +3,7 @@
 // is a report: how many rows it has, and by its highest bit that the store refuses it.
 #include "fuzz/target.h"
 
-#include "ingest/batch.h"
+#include "ingest/report/batch.h"
 
 #include <algorithm>
 #include <cstdint>

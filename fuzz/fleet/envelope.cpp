@@ -2,8 +2,8 @@
 // text. The input is the topic's part of the subject, a newline, and the body.
 #include "fuzz/target.h"
 
-#include "ingest/any_bytes.h"
-#include "ingest/envelope.h"
+#include "ingest/report/any_bytes.h"
+#include "ingest/report/envelope.h"
 
 #include <algorithm>
 #include <cstdint>

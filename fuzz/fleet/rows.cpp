@@ -3,7 +3,7 @@
 // the device, its type, the application's type and name.
 #include "fuzz/target.h"
 
-#include "ingest/rows.h"
+#include "ingest/report/rows.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -9,6 +9,7 @@ import sys
 import tempfile
 import time
 
+import drills
 import faults
 import questions
 import uplinks
@@ -46,11 +47,16 @@ def parse():
                         help="what the buffer may hold; with --late and little room it refuses")
     parser.add_argument("--store-away", type=float, default=0, metavar="SECONDS",
                         help="kill both replicas a third into the run, for so long")
+    parser.add_argument("--drill", action="append", default=[], choices=drills.NAMES,
+                        help="lose a node's folder, lose a replica's folder, let the store refuse the "
+                             "bad reports' rows, drop old months; may be repeated")
     parser.add_argument("--sanitized", action="store_true",
                         help="ingesters of build/dev, with sanitizers and without a limit of memory")
     parser.add_argument("--ports", type=int, default=25000, help="first of 100 ports")
     parser.add_argument("--keep", action="store_true", help="leave the folder with data and logs")
     options = parser.parse_args()
+    if options.drill and (options.faults is not None or options.late):
+        parser.error("drills need a run without --faults and --late")
     if options.short:
         for name, value in SHORT.items():
             setattr(options, name, value)
@@ -68,6 +74,7 @@ class Run:
         self.stage = None
         self.routers = None
         self.faults = None
+        self.drills = None
         self.uplinks = []
         self.next_look = 0.0
 
@@ -85,6 +92,8 @@ class Run:
         if o.short:
             arguments += ["--ack-wait", str(SHORT_ACK_WAIT)]
         self.stage.ingest(*arguments)
+        self.drills = drills.Drills(o.drill, self.stage, o.seconds, arguments, self.say)
+        self.drills.begin_refusing()
         self.say("consumer, limits, tables and questions are set up")
         if not o.late:
             self.start_ingesters()
@@ -109,6 +118,8 @@ class Run:
             command.append("--each")
         if o.faults is not None or o.short:
             command.append("--odd")
+        if "refusal" in o.drill:
+            command.append("--refused")
         self.say(f"{o.routers} routers, {o.rate:g} reports/s of {o.records} records for {o.seconds:g} s"
                  + (", connecting for each" if o.each else ""))
         self.routers = subprocess.Popen(command, preexec_fn=tie_to_parent)
@@ -150,6 +161,7 @@ class Run:
         while self.routers.poll() is None:
             now = time.monotonic() - begun
             self.faults.step(now)
+            self.drills.step(now)
             if now > self.options.seconds and self.options.late and not self.stage.ingesters:
                 self.say("starting the ingesters")
                 self.start_ingesters()
@@ -193,6 +205,7 @@ class Run:
                 raise RuntimeError(f"{process.name} ended with status {status}")
         for number in range(len(stage.replicas)):
             wait_until(lambda n=number: stage.replica_answers(n), 60, "the replicas answering")
+        self.drills.end_refusing()
         begun = time.monotonic()
         cpu = sum(replica.total_cpu() for replica in stage.replicas)
         days = stage.ingest("rollup").split()
@@ -203,12 +216,12 @@ class Run:
         print("\nledger against store", flush=True)
         status = subprocess.run(
             [f"{PROGRAMS}/fleet-simulate", "check", "--ledger", stage.path("ledger"),
-             "--store", stage.store_addresses(), "--device-key", DEVICE_KEY,
+             "--store", self.drills.judged_store(), "--device-key", DEVICE_KEY,
              "--buffer", stage.buffer_addresses(), "--buffer-ca", stage.path("ca.crt"),
              "--buffer-user", "ingest", "--buffer-password", PASSWORD]).returncode
         if self.uplinks and not uplinks.judge(self.uplinks, stage):
             return status or 3
-        return status
+        return status if self.drills.retain() else status or 3
 
     def tell_costs(self, seconds):
         print("\nprocess        CPU s  of a core   peak MB")

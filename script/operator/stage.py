@@ -130,14 +130,14 @@ class Stage:
                         "org.apache.zookeeper.server.quorum.QuorumPeerMain", self.path("zoo.cfg")],
                        self.path("zookeeper.log"))
 
-    def make_replica(self, number):
+    def make_replica(self, number, name=None):
         folder = self.path(f"replica{number}")
         os.makedirs(f"{folder}/tmp")
         port = {kind: self.address(kind, number).rsplit(":", 1)[1]
                 for kind in ("http", "tcp", "replica")}
         memory = self.memory["replica"] * 1_000_000
         environment = {
-            "CLICKHOUSE_REPLICA": f"store-{number + 1}",
+            "CLICKHOUSE_REPLICA": name or f"store-{number + 1}",
             "CLICKHOUSE_ADDRESS": "127.0.0.1",
             "CLICKHOUSE_HTTP_PORT": port["http"],
             "CLICKHOUSE_TCP_PORT": port["tcp"],

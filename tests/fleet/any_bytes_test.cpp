@@ -1,4 +1,4 @@
-#include "ingest/any_bytes.h"
+#include "ingest/report/any_bytes.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -20,7 +20,8 @@ TEST(AnyBytes, MakesEverythingElseValidAndGivesItBack) {
     for (const std::string &text :
          {every, std::string("\xC0\xAF"), std::string("\xE0\x9F\xBF"), std::string("\xED\xA0\x80"),
           std::string("\xF0\x8F\xBF\xBF"), std::string("\xF4\x90\x80\x80"),
-          std::string("a\xE2\x98"), std::string("\xE2\x98z\xC3"), std::string("\xF0\x9F\x98")}) {
+          std::string("a\xE2\x98"), std::string("\xE2\x98z\xC3"), std::string("\xF0\x9F\x98"),
+          std::string("\xEF\x9E\x80 and \xEF\x9F\xBF")}) {
         const std::string sheltered = shelterBytes(text);
         EXPECT_TRUE(nlohmann::json::accept("\"" + sheltered + "\""));
         EXPECT_EQ(unshelterBytes(sheltered), text);

@@ -1,4 +1,4 @@
-#include "ingest/batch.h"
+#include "ingest/report/batch.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -26,6 +26,8 @@ TEST(Store, TellsRowsAtFaultFromTroubleOfItsOwn) {
     } rows[] = {
         {kUnreadable, true},
         {"Code: 69, e.displayText() = DB::Exception: too large", true},
+        {"Code: 49, e.displayText() = DB::Exception: Unknown element 'x' for type Enum8", true},
+        {"Code: 49, e.displayText() = DB::Exception: Block structure mismatch", false},
         {kNoMemory, false},
         {"Code: 60, e.displayText() = DB::Exception: Table usage.reports doesn't exist.", false},
         {"Code: 252, e.displayText() = DB::Exception: Too many parts", false},

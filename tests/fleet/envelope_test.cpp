@@ -1,4 +1,4 @@
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -185,6 +185,8 @@ TEST(Envelope, KeepsTextsOfAnyBytes) {
         {"caf\xE9", "caf\xE9"},
         {"\xC3\xA9 and \xE9", "\xC3\xA9 and \xE9"},
         {"\xFF\xFE\x80", "\xFF\xFE\x80"},
+        {"\xEF\x9E\x80", "\xEF\x9E\x80"}, // what stands for a byte in other documents
+        {"\xEF\x9E\x80 \xE9", "\xEF\x9E\x80 \xE9"},
         {R"(\u00e9\ud83d\ude00)", "\xC3\xA9\xF0\x9F\x98\x80"},
         {R"(\"\\\t\n)", "\"\\\t\n"},
         {R"(a\u0000b)", std::string("a\0b", 3)},
@@ -193,11 +195,14 @@ TEST(Envelope, KeepsTextsOfAnyBytes) {
     for (const auto &row : rows)
         EXPECT_EQ(good(with("Instagram", row.json)).records[0].appName, row.text);
     EXPECT_EQ(reasonOf(with("Instagram", "half \\ud83d")), "json");
+    EXPECT_EQ(reasonOf(with("Instagram", std::string("a\0b", 3))), "json");
+    EXPECT_EQ(reasonOf(envelopeOf("1", kRecord) + '\0' + "more"), "json");
 }
 
 TEST(Envelope, SurvivesDeepNesting) {
     EXPECT_EQ(reasonOf(std::string(100000, '[')), "json");
     EXPECT_EQ(reasonOf(std::string(100000, '[') + std::string(100000, ']')), "schema");
+    EXPECT_EQ(reasonOf(std::string(100000, '[') + "\"\xE9\"" + std::string(100000, ']')), "schema");
 }
 
 } // namespace

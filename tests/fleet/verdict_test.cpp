@@ -2,8 +2,8 @@
 // real ones do.
 #include "check/verdict.h"
 
-#include "ingest/envelope.h"
-#include "ingest/rows.h"
+#include "ingest/report/envelope.h"
+#include "ingest/report/rows.h"
 
 #include <gtest/gtest.h>
 
@@ -55,7 +55,7 @@ TEST(SimulatedRouter, SpeaksAsARealOne) {
 }
 
 TEST(SimulatedRouter, IsWrongInTheWayItSays) {
-    for (int fault = 1; fault < kFaults; ++fault) {
+    for (int fault = 1; fault <= kEnvelopeFaults; ++fault) {
         const ReportKey key = keyOf(1, static_cast<Fault>(fault));
         const auto read = readEnvelope(subjectOf(key), bodyOf(key));
         ASSERT_TRUE(std::holds_alternative<Refusal>(read)) << fault;

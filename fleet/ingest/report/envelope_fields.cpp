@@ -1,6 +1,4 @@
-#include "ingest/envelope_fields.h"
-
-#include "ingest/any_bytes.h"
+#include "ingest/report/envelope_fields.h"
 
 #include <cmath>
 #include <limits>
@@ -35,7 +33,7 @@ std::string Fields::text(const char *member) const {
     const json &found = value(member);
     if (!found.is_string())
         throw refusal(Reason::kSchema, member, "is no text");
-    return unshelterBytes(found.get_ref<const std::string &>());
+    return found.get<std::string>();
 }
 
 Fields::Whole Fields::wholeOfDouble(double value, const char *member) const {

@@ -1,4 +1,4 @@
-#include "ingest/rows.h"
+#include "ingest/report/rows.h"
 
 #include <charconv>
 #include <chrono>

@@ -1,8 +1,8 @@
 // The store's rows of a report, as tab-separated text. Pure functions.
 #pragma once
 
-#include "ingest/device_key.h"
-#include "ingest/envelope.h"
+#include "ingest/report/device_key.h"
+#include "ingest/report/envelope.h"
 
 #include <cstdint>
 #include <string>

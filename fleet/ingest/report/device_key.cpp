@@ -1,4 +1,4 @@
-#include "ingest/device_key.h"
+#include "ingest/report/device_key.h"
 
 #include <algorithm>
 #include <array>

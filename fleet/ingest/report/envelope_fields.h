@@ -2,7 +2,7 @@
 // thrown as a Refusal. Internal to envelope.cpp.
 #pragma once
 
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
 #include <nlohmann/json.hpp>
 

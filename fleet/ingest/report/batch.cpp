@@ -1,4 +1,4 @@
-#include "ingest/batch.h"
+#include "ingest/report/batch.h"
 
 namespace fleet {
 

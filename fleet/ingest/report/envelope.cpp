@@ -1,7 +1,7 @@
-#include "ingest/envelope.h"
+#include "ingest/report/envelope.h"
 
-#include "ingest/any_bytes.h"
-#include "ingest/envelope_fields.h"
+#include "ingest/report/any_bytes.h"
+#include "ingest/report/envelope_fields.h"
 
 #include <algorithm>
 #include <array>
@@ -79,12 +79,29 @@ std::optional<std::int64_t> readTime(const std::string &text) {
            hour * 3600 + minute * 60 + second;
 }
 
+// Without recursion: what routers send may be nested as deeply as it is long.
+void unshelterTexts(json &document) {
+    std::vector<json *> open{&document};
+    while (!open.empty()) {
+        json &value = *open.back();
+        open.pop_back();
+        if (value.is_string())
+            value = unshelterBytes(value.get_ref<const std::string &>());
+        if (!value.is_structured())
+            continue;
+        for (json &child : value)
+            open.push_back(&child);
+    }
+}
+
 json parse(std::string_view body) {
     try {
         return json::parse(body);
     } catch (const json::parse_error &) {
         // Once more, in case that it was only for texts that are no UTF-8.
-        return json::parse(shelterBytes(body));
+        json document = json::parse(shelterBytes(body));
+        unshelterTexts(document);
+        return document;
     }
 }
 
@@ -165,6 +182,8 @@ std::variant<Envelope, Refusal> readEnvelope(std::string_view subject, std::stri
         return Refusal{Reason::kTopic, "the topic is not usage/<region>/<router>/report"};
     if (body.size() > kLargestBody)
         return Refusal{Reason::kSize, std::to_string(body.size()) + " bytes are too many"};
+    if (body.find('\0') != std::string_view::npos) // where the parser would stop reading, content
+        return Refusal{Reason::kJson, "a byte of 0 stands in the text"};
     try {
         return readDocument(parse(body), *topic);
     } catch (const Refusal &refusal) {

@@ -1,4 +1,4 @@
-#include "ingest/any_bytes.h"
+#include "ingest/report/any_bytes.h"
 
 #include <cstddef>
 
@@ -13,8 +13,11 @@ bool within(unsigned value, unsigned least, unsigned most) {
     return value >= least && value <= most;
 }
 
+// U+F780 + low seven bits of the byte, in UTF-8: EF 9E 80 to EF 9F BF.
+constexpr unsigned kLead = 0xEF;
+
 // Length of the valid sequence at the beginning of a text, 0 where there is none. The second byte
-// of some is narrower: no overlong forms, no surrogates, nothing above U+10FFFF.
+// of some is narrower: no overlong forms, no surrogates, nothing above U+10FFFF; and none of ours.
 std::size_t sequenceLength(std::string_view text) {
     const unsigned first = at(text, 0);
     const unsigned second = at(text, 1);
@@ -25,7 +28,8 @@ std::size_t sequenceLength(std::string_view text) {
         return follows(1) ? 2 : 0;
     if (within(first, 0xE0, 0xEF)) {
         const bool narrow = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F);
-        return !narrow && follows(1) && follows(2) ? 3 : 0;
+        const bool ours = first == kLead && within(second, 0x9E, 0x9F);
+        return !narrow && !ours && follows(1) && follows(2) ? 3 : 0;
     }
     if (within(first, 0xF0, 0xF4)) {
         const bool narrow = (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
@@ -33,9 +37,6 @@ std::size_t sequenceLength(std::string_view text) {
     }
     return 0;
 }
-
-// U+F780 + low seven bits of the byte, in UTF-8: EF 9E 80 to EF 9F BF.
-constexpr char kLead = '\xEF';
 
 } // namespace
 
@@ -50,7 +51,7 @@ std::string shelterBytes(std::string_view text) {
             continue;
         }
         const unsigned low = at(text, 0) & 0x7FU;
-        out += kLead;
+        out += static_cast<char>(kLead);
         out += static_cast<char>(0x9E + (low >> 6U));
         out += static_cast<char>(0x80 + (low & 0x3FU));
         text.remove_prefix(1);
@@ -62,7 +63,7 @@ std::string unshelterBytes(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool sheltered = text[i] == kLead && within(at(text, i + 1), 0x9E, 0x9F) &&
+        const bool sheltered = at(text, i) == kLead && within(at(text, i + 1), 0x9E, 0x9F) &&
                                within(at(text, i + 2), 0x80, 0xBF);
         if (!sheltered) {
             out += text[i];
