@@ -127,14 +127,16 @@ std::optional<Application> Classifier::inspect(FlowState &state, std::span<const
     std::fill_n(copy_.begin() + static_cast<std::ptrdiff_t>(size), kMargin, 0);
     correctLength(copy_, size);
     const Measured measured(state);
-    const ndpi_protocol seen =
-        ndpi_detection_process_packet(module_.get(), state.flow.get(), copy_.data(),
-                                      static_cast<unsigned short>(size), milliseconds);
+    ndpi_flow_struct *const flow = state.flow.get();
+    const ndpi_protocol seen = ndpi_detection_process_packet(
+        module_.get(), flow, copy_.data(), static_cast<unsigned short>(size), milliseconds);
     if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN)
         return std::nullopt;
-    // A certificate or a reply may yet tell more. A look-up stays one whatever the reply says.
-    if (!isLookUp(seen.master_protocol) && !isLookUp(seen.app_protocol) &&
-        ndpi_extra_dissection_possible(module_.get(), state.flow.get()) != 0)
+    // A certificate or a reply may yet tell more, as long as a dissector waits for it. A look-up
+    // stays one whatever the reply says.
+    const bool lookUp = isLookUp(seen.master_protocol) || isLookUp(seen.app_protocol);
+    if (!lookUp && flow->extra_packets_func != nullptr &&
+        ndpi_extra_dissection_possible(module_.get(), flow) != 0)
         return std::nullopt;
     return application(seen.master_protocol, seen.app_protocol);
 }

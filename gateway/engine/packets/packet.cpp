@@ -182,8 +182,7 @@ bool parseFrame(Bytes frame, Packet &packet) {
 }
 
 bool isDevice(const Mac &mac) {
-    return (mac[0] & 1) == 0 &&
-           std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
+    return (mac[0] & 1) == 0 && macNumber(mac) != 0;
 }
 
 std::optional<ArpMessage> readArp(const Packet &packet) {
