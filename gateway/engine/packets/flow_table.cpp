@@ -91,13 +91,13 @@ void FlowTable::inspect(Flow &flow, const Packet &packet, std::uint64_t now) {
     Held &held = *flow.held;
     if (!packet.laterFragment && held.state.flow) {
         held.inspected++;
-        if (const auto application = classifier_.inspect(held.state, packet.ip, now)) {
+        if (const auto application = classifier_.inspect(held.state, packet, now)) {
             settle(flow, *application);
             return;
         }
     }
     countHeld(held);
-    if (!held.state.flow || held.inspected >= kMaxInspected ||
+    if (!held.state.flow || held.inspected >= Classifier::kMostPackets ||
         held.holdings.size() >= kMaxHoldings || now - held.first > kMaxHeld)
         giveUp(flow);
 }

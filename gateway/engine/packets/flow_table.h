@@ -25,7 +25,6 @@ struct Holding {
 class FlowTable {
   public:
     static constexpr std::size_t kMaxHoldings = 8;
-    static constexpr unsigned kMaxInspected = 40;
     static constexpr std::uint64_t kMaxHeld = 15'000;
     static constexpr std::uint64_t kMaxIdleStream = 1'800'000;
     static constexpr std::uint64_t kMaxIdleOther = 120'000;

@@ -57,8 +57,8 @@ std::uint64_t PacketAccounting::seeReceiver(const Packet &packet) {
 }
 
 void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const Moment &now) {
-    Packet packet;
-    if (!parseFrame(captured, packet))
+    const Packet &packet = packet_;
+    if (!parseFrame(captured, packet_))
         return;
     if (now.seconds != now_.seconds)
         flush();

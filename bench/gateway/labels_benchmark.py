@@ -1,6 +1,6 @@
 """Holds the engine's applications against those of ndpiReader, byte by byte, on the captures of a folder.
 
-usage: label_benchmark.py ENGINE FOLDER [--all]
+usage: labels_benchmark.py ENGINE FOLDER [--all]
 
 For each capture that differs (--all: for each one) the bytes that both list, how many of them the
 engine has under another application, and where they are. Then the sum over all captures.
