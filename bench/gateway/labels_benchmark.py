@@ -10,7 +10,8 @@ What ndpiReader lists otherwise by construction:
 - What is no IP, later fragments and cut packets are not listed; here they are counted as unknown,
   or with the flow that they belong to. So many bytes more don't count as a difference.
 - Link types other than Ethernet: the engine has no devices there. Frames from no device's address
-  (all zero) are in no device's count. Such captures are left out, and counted.
+  (all zero) are in no device's count, and there are 63 devices at most. Captures of which the engine
+  lists less are left out, and counted.
 """
 
 import argparse
@@ -43,7 +44,7 @@ def read_by_reader(capture, folder):
 
 
 def read_by_engine(engine, capture, folder):
-    """The same; nothing when it refuses the capture. Every sender is a device here."""
+    """The same; nothing when it refuses the capture, or had no room for all of its devices."""
     dump = Path(folder, "dump.json")
     arguments = [engine, "--capture", capture, "--fast", "--device", "socket", "--dump", dump,
                  "--socket", f"{folder}/socket", "--databases", folder]
@@ -56,6 +57,8 @@ def read_by_engine(engine, capture, folder):
         return None, {}
     listed, names = collections.Counter(), {}
     tables = json.loads(dump.read_text(encoding="utf-8"))
+    if tables["overflow"]["packets"] or tables["forgotten"]["packets"]:
+        return None, {}
     for user in tables["users"]:
         for row in user["rows"]:
             listed[row["app_id"]] += row["up_bytes"]

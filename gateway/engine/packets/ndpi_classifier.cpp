@@ -164,6 +164,16 @@ Application Classifier::giveUp(FlowState &state) {
     return application(last.master_protocol, last.app_protocol);
 }
 
+// What it has guessed nDPI takes for found, and looks no further.
+Application Classifier::guess(FlowState &state) {
+    auto &found = state.flow->detected_protocol_stack;
+    const bool unknown = found[0] == NDPI_PROTOCOL_UNKNOWN;
+    const Application application = giveUp(state);
+    if (unknown)
+        std::ranges::fill(found, NDPI_PROTOCOL_UNKNOWN);
+    return application;
+}
+
 std::vector<NamedApplication> Classifier::applications() const {
     std::vector<NamedApplication> list;
     const unsigned count = ndpi_get_num_supported_protocols(module_.get());

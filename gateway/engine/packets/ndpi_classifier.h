@@ -60,7 +60,10 @@ class Classifier {
     // The best that nDPI can say about a flow of which no more is to be seen.
     Application giveUp(FlowState &state);
 
-    // Every application that the two functions above can name, and their categories.
+    // The same about a flow that goes on being looked at.
+    Application guess(FlowState &state);
+
+    // Every application that the functions above can name, and their categories.
     [[nodiscard]] std::vector<NamedApplication> applications() const;
     [[nodiscard]] std::vector<NamedCategory> categories() const;
 

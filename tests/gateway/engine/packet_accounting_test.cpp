@@ -129,6 +129,25 @@ TEST_F(PacketAccountingTest, AFlowThatShowsNothingIsGivenUpAndStaysUnknown) {
     EXPECT_EQ(usage(), "Unknown 1857/0") << "looked at often enough";
 }
 
+TEST_F(PacketAccountingTest, AnApplicationThatShowsLateCountsFromThereOn) {
+    forgetSeconds_ = 3600;
+    const auto late = [&] {
+        pass(up(6, tcp(50000, 9999, kSyn, {})));
+        wait(15'001);
+        pass(up(6, tcp(50000, 9999, kPush | kAck, {})));
+    };
+    late();
+    EXPECT_EQ(usage(), "Unknown 108/0") << "shown in time";
+    wait(590'000);
+    pass(up(6, tcp(50000, 9999, kPush | kAck, clientHello("www.youtube.com"))));
+    EXPECT_EQ(usage(), "Unknown 108/0, YouTube 130/0");
+    pass(up(6, tcp(50000, 9999, kFin | kAck, {})));
+    late();
+    wait(600'001);
+    pass(up(6, tcp(50000, 9999, kPush | kAck, clientHello("www.youtube.com"))));
+    EXPECT_EQ(usage(), "Unknown 346/0, YouTube 184/0") << "it was idle for too long";
+}
+
 TEST_F(PacketAccountingTest, MergedFramesCountAtFullLengthAndAreStillRecognised) {
     Bytes merged = up(6, tcp(50000, 443, kPush | kAck, clientHello("www.netflix.com")));
     merged[16] = merged[17] = 0xff;
@@ -229,13 +248,15 @@ TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHe
     };
     pass(up(17, udp(1, 2, kNoise)));
     std::uint64_t passed = 54;
-    for (const auto &flood : floods)
+    for (const auto &flood : floods) {
+        wait(15'001); // those of the last one are only watched from now on
         for (unsigned number = 0; number < 3'000; number++) {
             const Bytes frame = flood(number);
             passed += frame.size();
             accounting_->add(frame, static_cast<std::uint32_t>(frame.size()), now_);
             ASSERT_LE(accounting_->flows().memory(), kBudget);
         }
+    }
     EXPECT_GT(accounting_->flows().memory(), kBudget / 2) << "it is made use of";
     wait(1);
     EXPECT_THAT(usage(), testing::StartsWith("Unknown ")) << "the first that came was given up";
