@@ -165,8 +165,8 @@ void readPppoe(Packet &packet) {
         return;
     packet.vlan = packet.vlan << 16 | word(bytes, 2);
     packet.etherType = protocol == kPppIpv4 ? kTypeIpv4 : kTypeIpv6;
-    packet.network = withoutPadding(bytes, kHeader + word(bytes, 4))
-                         .subspan(std::min(bytes.size(), kHeader + (shortened ? 1 : 2)));
+    const Bytes session = withoutPadding(bytes, kHeader + word(bytes, 4));
+    packet.network = session.subspan(std::min(session.size(), kHeader + (shortened ? 1u : 2u)));
 }
 
 // What the labels carry shows only in its first four bits. The labels of the two directions have

@@ -76,6 +76,7 @@ TEST(PacketTest, TunnelsThatAreCutOrCarryNoIpHaveNoEnds) {
         Bytes{0x11, 0} + word(7) + word(0),
         Bytes{0x11, 0} + word(7) + word(4) + word(0xc021) + inside, // not for users
         Bytes{0x12, 0} + word(7) + word(42) + word(0x21) + inside,  // another version
+        Bytes{0x11, 0} + word(7) + word(0) + word(0x21) + inside,   // all of it is padding
     };
     Packet packet;
     for (const Bytes &body : bodies) {
