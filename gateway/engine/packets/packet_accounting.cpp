@@ -57,8 +57,8 @@ std::uint64_t PacketAccounting::seeReceiver(const Packet &packet) {
 }
 
 void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const Moment &now) {
-    const Packet &packet = packet_;
-    if (!parseFrame(captured, packet_))
+    Packet packet;
+    if (!parseFrame(captured, packet))
         return;
     if (now.seconds != now_.seconds)
         flush();

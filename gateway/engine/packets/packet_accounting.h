@@ -69,8 +69,7 @@ class PacketAccounting {
     std::uint64_t gateway_ = 0; // its address's number; 0 when it is not known
     bool gatewaySeen_ = false;
     std::uint64_t frames_ = 0;
-    Moment now_;    // what is counted is stamped with
-    Packet packet_; // the present one: a place for it is not made anew for each
+    Moment now_; // what is counted is stamped with
     std::array<Question, 64> questions_;
     std::size_t nextQuestion_ = 0;
     Ledger ledger_;
