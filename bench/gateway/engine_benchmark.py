@@ -77,7 +77,7 @@ def main():
     parser.add_argument("engine")
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("kinds", nargs="*", metavar="KIND", help=", ".join(KINDS))
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     print(f"{'':8} {'':11} {'M packets/s':>8} {'MB/s':>7} {'MB resident':>12}")
     with tempfile.TemporaryDirectory() as folder:
         for kind in arguments.kinds or KINDS:

@@ -5,20 +5,6 @@
 
 namespace idpfwd {
 
-std::uint64_t macNumber(const Mac &mac) {
-    std::uint64_t number = 0;
-    for (const std::uint8_t octet : mac)
-        number = number << 8 | octet;
-    return number;
-}
-
-std::uint64_t spread(std::uint64_t number) {
-    number *= 0x9e3779b97f4a7c15u;
-    number ^= number >> 32;
-    number *= 0xd6e8feb86659fd93u;
-    return number ^ number >> 32;
-}
-
 std::optional<std::size_t> MacIndex::find(const Mac &mac) const {
     const std::uint64_t wanted = macNumber(mac);
     const std::size_t mask = slots_.size() - 1;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <vector>
@@ -16,10 +17,26 @@ namespace idpfwd {
 using Mac = std::array<std::uint8_t, 6>;
 
 // The address as a number; no two addresses share one.
-std::uint64_t macNumber(const Mac &mac);
+inline std::uint64_t macNumber(const Mac &mac) {
+    std::uint64_t number = 0;
+    std::memcpy(&number, mac.data(), mac.size());
+    return number;
+}
+
+// The address that has this number.
+inline Mac macOf(std::uint64_t number) {
+    Mac mac;
+    std::memcpy(mac.data(), &number, mac.size());
+    return mac;
+}
 
 // Spreads numbers over all 64 bits, so that any of them can choose a slot.
-std::uint64_t spread(std::uint64_t number);
+constexpr std::uint64_t spread(std::uint64_t number) {
+    number *= 0x9e3779b97f4a7c15u;
+    number ^= number >> 32;
+    number *= 0xd6e8feb86659fd93u;
+    return number ^ number >> 32;
+}
 
 class MacIndex {
   public:

@@ -1,5 +1,6 @@
 #include "engine/capture/capture_source.h"
 
+#include "engine/capture/capture_file.h"
 #include "engine/packets/packet_accounting.h"
 #include "engine/packets/packet_names.h"
 
@@ -13,19 +14,13 @@ namespace {
 
 constexpr int kPoll = 1000; // milliseconds between two looks at what has become idle
 
-std::uint64_t packetMilliseconds(const pcap_pkthdr &header) {
-    const auto seconds = std::max<std::int64_t>(header.ts.tv_sec, 0);
-    const auto micros = std::max<std::int64_t>(header.ts.tv_usec, 0);
-    return static_cast<std::uint64_t>(seconds) * 1000 + static_cast<std::uint64_t>(micros) / 1000;
-}
-
 // The packets' own times are the clock: the first one starts it, and at its own pace it runs on
 // between packets.
 class CaptureSource : public PacketSource {
   public:
-    CaptureSource(Pcap pcap, const PacketOptions &options, std::shared_ptr<Classifier> classifier,
-                  std::shared_ptr<const NameTable> names)
-        : PacketSource(std::move(names)), pcap_(std::move(pcap)), options_(options),
+    CaptureSource(std::unique_ptr<CaptureFile> file, const PacketOptions &options,
+                  std::shared_ptr<Classifier> classifier, std::shared_ptr<const NameTable> names)
+        : PacketSource(std::move(names)), file_(std::move(file)), options_(options),
           classifier_(std::move(classifier)),
           accounting_(tables, *classifier_, options.gatewayMac, options.memory) {}
 
@@ -36,7 +31,7 @@ class CaptureSource : public PacketSource {
     [[nodiscard]] int timeout() const override {
         if (finished())
             return -1;
-        if (options_.fast || bytes_ == nullptr || pendingTime() <= due())
+        if (options_.fast || packet_ == nullptr || pendingTime() <= due())
             return 0;
         return static_cast<int>(std::min<std::uint64_t>(pendingTime() - due(), kPoll));
     }
@@ -60,37 +55,35 @@ class CaptureSource : public PacketSource {
     void play() {
         constexpr int kBatch = 2000;
         for (int count = 0; count < kBatch && !finished(); count++) {
-            if (bytes_ == nullptr && !readNext())
+            if (packet_ == nullptr && !readNext())
                 return;
             if (!options_.fast && pendingTime() > due()) {
                 moveClock(due());
                 return;
             }
             moveClock(pendingTime());
-            accounting_.add({bytes_, header_->caplen}, std::max(header_->len, header_->caplen),
-                            moment());
-            bytes_ = nullptr;
+            accounting_.add(packet_->bytes, packet_->length, moment());
+            packet_ = nullptr;
         }
     }
 
     bool readNext() {
-        const int result = pcap_next_ex(pcap_.get(), &header_, &bytes_);
-        if (result == 1) {
+        packet_ = file_->next();
+        if (packet_ != nullptr) {
             if (packets_++ == 0) {
                 started_ = steadyMilliseconds();
-                clock_ = firstTime_ = packetMilliseconds(*header_);
+                clock_ = firstTime_ = pendingTime();
             }
             return true;
         }
-        bytes_ = nullptr;
-        if (result != PCAP_ERROR_BREAK)
+        if (!file_->damage().empty())
             fprintf(stderr, "idpfwd: %s: %s; it ends after %llu packets\n", options_.name.c_str(),
-                    pcap_geterr(pcap_.get()), static_cast<unsigned long long>(packets_));
+                    file_->damage().c_str(), static_cast<unsigned long long>(packets_));
         stop();
         return false;
     }
 
-    [[nodiscard]] std::uint64_t pendingTime() const { return packetMilliseconds(*header_); }
+    [[nodiscard]] std::uint64_t pendingTime() const { return packet_->milliseconds; }
 
     [[nodiscard]] std::uint64_t due() const {
         return firstTime_ + (steadyMilliseconds() - started_);
@@ -111,13 +104,12 @@ class CaptureSource : public PacketSource {
             tables.forgetUnseen(moment(), options_.forgetSeconds);
     }
 
-    Pcap pcap_;
+    std::unique_ptr<CaptureFile> file_;
     PacketOptions options_;
     std::shared_ptr<Classifier> classifier_;
     PacketAccounting accounting_;
     bool finished_ = false;
-    pcap_pkthdr *header_ = nullptr;
-    const u_char *bytes_ = nullptr; // the packet that waits for its time, valid until the next read
+    const CapturedPacket *packet_ = nullptr; // that waits for its time
     std::uint64_t packets_ = 0;
     std::uint64_t started_ = 0;
     std::uint64_t firstTime_ = 0;
@@ -130,36 +122,29 @@ class CaptureSource : public PacketSource {
 std::unique_ptr<Source> readCapture(FILE *file, const PacketOptions &options,
                                     std::shared_ptr<Classifier> classifier,
                                     std::shared_ptr<const NameTable> names, std::string &error) {
-    char reason[PCAP_ERRBUF_SIZE] = "";
-    Pcap pcap(pcap_fopen_offline(file, reason));
-    if (!pcap) {
-        fclose(file);
-        error = options.name + ": " + reason;
-        return nullptr;
-    }
-    if (!isEthernet(pcap.get(), options.name, error))
+    auto capture = CaptureFile::open(file, options.name, error);
+    if (!capture)
         return nullptr;
     if (!options.gatewayMac)
         fprintf(stderr, "idpfwd: %s: without the gateway's MAC the router is a client too\n",
                 options.name.c_str());
-    return std::make_unique<CaptureSource>(std::move(pcap), options, std::move(classifier),
+    return std::make_unique<CaptureSource>(std::move(capture), options, std::move(classifier),
                                            std::move(names));
 }
 
 std::unique_ptr<Source> openCapture(const PacketOptions &options, std::string &error) {
-    constexpr std::size_t kPiece = std::size_t{256} << 10; // it is read from one end to the other
     FILE *file = fopen(options.name.c_str(), "rbe");
     if (file == nullptr) {
         error = options.name + ": " + strerror(errno);
         return nullptr;
     }
-    setvbuf(file, nullptr, _IOFBF, kPiece);
-    auto names = prepareNames(options, error);
+    std::shared_ptr<Classifier> classifier = Classifier::create();
+    auto names = prepareNames(classifier.get(), options, error);
     if (!names) {
         fclose(file);
         return nullptr;
     }
-    return readCapture(file, options, Classifier::create(), std::move(names), error);
+    return readCapture(file, options, std::move(classifier), std::move(names), error);
 }
 
 } // namespace idpfwd

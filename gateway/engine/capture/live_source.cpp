@@ -197,7 +197,7 @@ class LiveSource final : public PacketSource {
 } // namespace
 
 std::unique_ptr<Source> openInterface(const PacketOptions &options, std::string &error) {
-    auto names = prepareNames(options, error);
+    auto names = prepareNames(Classifier::create().get(), options, error);
     if (!names)
         return nullptr;
     auto source = std::make_unique<LiveSource>(options, std::move(names));

@@ -72,6 +72,8 @@ void learnIdentity(const Packet &packet, devid_user_entry &user, std::uint32_t s
 } // namespace
 
 void learn(const Packet &packet, devid_user_entry &user, std::uint32_t seconds) {
+    if (packet.inTunnel)
+        return; // whose addresses they are shows nowhere
     if (packet.version == 6)
         learnIpv6(packet.sourceAddress, user);
     else

@@ -3,15 +3,13 @@
 #include "engine/mac_index.h"
 
 #include <bit>
-#include <cstring>
-#include <tuple>
 #include <utility>
 
 namespace idpfwd {
 namespace {
 
-std::array<std::uint64_t, 2> halves(const Packet::Address &address) {
-    return std::bit_cast<std::array<std::uint64_t, 2>>(address);
+FlowKey::End endOf(const Packet::Address &address, std::uint16_t port) {
+    return {std::bit_cast<std::array<std::uint64_t, 2>>(address), port};
 }
 
 } // namespace
@@ -23,29 +21,27 @@ std::uint64_t hashOf(const FlowKey &key) {
         hash = (hash ^ value) * 0x9e3779b97f4a7c15u;
         hash ^= hash >> 29;
     };
-    for (const Packet::Address &address : key.addresses)
-        for (const std::uint64_t half : halves(address))
+    for (const FlowKey::End &end : key.ends)
+        for (const std::uint64_t half : end.address)
             mix(half);
-    mix(std::uint64_t{key.ports[0]} << 16 | key.ports[1]);
+    mix(std::uint64_t{key.ends[0].port} << 16 | key.ends[1].port);
     return spread(hash);
 }
 
 FlowKey keyOf(const Packet &packet) {
-    FlowKey key{packet.vlan, packet.version, packet.protocol, {}, {}};
-    key.addresses = {packet.sourceAddress, packet.destinationAddress};
-    key.ports = {packet.sourcePort, packet.destinationPort};
-    const auto source = std::tie(packet.sourceAddress, packet.sourcePort);
-    if (std::tie(packet.destinationAddress, packet.destinationPort) < source) {
-        std::swap(key.addresses[0], key.addresses[1]);
-        std::swap(key.ports[0], key.ports[1]);
-    }
+    FlowKey key{packet.vlan,
+                packet.version,
+                packet.protocol,
+                {endOf(packet.sourceAddress, packet.sourcePort),
+                 endOf(packet.destinationAddress, packet.destinationPort)}};
+    if (key.ends[1] < key.ends[0])
+        std::swap(key.ends[0], key.ends[1]);
     return key;
 }
 
 FlowKey FragmentPorts::keyOf(const Packet &packet, const FlowKey &own) {
     Piece piece{own, packet.fragmentId};
-    piece.ends.addresses = {packet.sourceAddress, packet.destinationAddress};
-    piece.ends.ports = {};
+    piece.ends.ends = {endOf(packet.sourceAddress, 0), endOf(packet.destinationAddress, 0)};
     // IPv6 names the protocol in each piece only as the first header behind it.
     piece.ends.protocol = packet.version == 4 ? packet.protocol : 0;
     if (packet.laterFragment) {

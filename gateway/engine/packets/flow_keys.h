@@ -13,11 +13,21 @@ namespace idpfwd {
 
 // Both directions of a conversation have the same key: the smaller end first.
 struct FlowKey {
+    // An address as two numbers, which are compared faster than its octets, and a port.
+    struct End {
+        std::array<std::uint64_t, 2> address{};
+        std::uint16_t port = 0;
+
+        friend constexpr bool operator==(const End &a, const End &b) {
+            return a.address[0] == b.address[0] && a.address[1] == b.address[1] && a.port == b.port;
+        }
+        friend auto operator<=>(const End &, const End &) = default;
+    };
+
     std::uint32_t vlan = 0;
     std::uint8_t version = 0;
     std::uint8_t protocol = 0;
-    std::array<Packet::Address, 2> addresses{};
-    std::array<std::uint16_t, 2> ports{};
+    std::array<End, 2> ends{};
 
     friend auto operator<=>(const FlowKey &, const FlowKey &) = default;
 };

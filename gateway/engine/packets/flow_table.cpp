@@ -91,26 +91,43 @@ void FlowTable::inspect(Flow &flow, const Packet &packet, std::uint64_t now) {
     Held &held = *flow.held;
     if (!packet.laterFragment && held.state.flow) {
         held.inspected++;
-        if (const auto application = classifier_.inspect(held.state, packet.ip, now)) {
+        if (const auto application = classifier_.inspect(held.state, packet, now)) {
             settle(flow, *application);
             return;
         }
     }
     countHeld(held);
-    if (!held.state.flow || held.inspected >= kMaxInspected ||
-        held.holdings.size() >= kMaxHoldings || now - held.first > kMaxHeld)
+    if (!held.state.flow || held.inspected >= Classifier::kMostPackets ||
+        held.holdings.size() >= kMaxHoldings)
         giveUp(flow);
+    else if (flow.age == kHeld && now - held.first > kMaxHeld)
+        watch(flow);
+}
+
+void FlowTable::countHoldings(Flow &flow, const Application &application) {
+    flow.application = application;
+    for (const Holding &holding : std::exchange(flow.held->holdings, {}))
+        counter_.count(holding, application);
+}
+
+void FlowTable::watch(Flow &flow) {
+    if (!flow.held->state.flow) {
+        giveUp(flow);
+        return;
+    }
+    countHoldings(flow, classifier_.guess(flow.held->state));
+    countHeld(*flow.held);
+    ages_[kWatched].splice(ages_[kWatched].end(), ages_[kHeld], flow.self);
+    flow.age = kWatched;
 }
 
 void FlowTable::settle(Flow &flow, const Application &application) {
-    const std::unique_ptr<Held> held = std::move(flow.held);
-    heldBytes_ -= held->bytes;
-    flow.application = application;
+    countHoldings(flow, application);
+    heldBytes_ -= flow.held->bytes;
+    flow.held.reset();
     const Age age = flow.key.protocol == kProtocolTcp ? kStream : kOther;
-    ages_[age].splice(ages_[age].end(), ages_[kHeld], flow.self);
+    ages_[age].splice(ages_[age].end(), ages_[flow.age], flow.self);
     flow.age = age;
-    for (const Holding &holding : held->holdings)
-        counter_.count(holding, application);
 }
 
 void FlowTable::giveUp(Flow &flow) {
@@ -119,7 +136,7 @@ void FlowTable::giveUp(Flow &flow) {
 }
 
 void FlowTable::release(Flow &flow) {
-    if (flow.age == kHeld)
+    if (flow.held)
         giveUp(flow);
     Flow **link = &buckets_[hashOf(flow.key) & (buckets_.size() - 1)];
     while (*link != &flow)
@@ -143,14 +160,14 @@ bool FlowTable::releaseLongestIdle() {
 }
 
 void FlowTable::keepToBudget() {
-    const Flows &held = ages_[kHeld];
     while (memory() > budget_) {
-        const bool heldAreMost = heldBytes_ > budget_ / 2;
-        if (!heldAreMost && releaseLongestIdle())
+        const bool undecidedAreMost = heldBytes_ > budget_ / 2;
+        if (!undecidedAreMost && releaseLongestIdle())
             continue;
-        if (held.empty())
+        const Age first = ages_[kWatched].empty() ? kHeld : kWatched;
+        if (ages_[first].empty())
             return;
-        giveUp(ages_[kHeld].front());
+        giveUp(ages_[first].front());
     }
 }
 
@@ -160,29 +177,33 @@ void FlowTable::add(const Packet &packet, std::span<const Holding> holdings, con
     Flow &flow = findOrAdd(key, packet, now.milliseconds);
     flow.last = now.milliseconds;
     flow.closed = flow.closed || closes(packet);
-    if (flow.age == kHeld) {
+    const bool undecided = flow.held != nullptr, held = flow.age == kHeld;
+    if (held)
         for (const Holding &holding : holdings)
             hold(*flow.held, holding);
+    if (undecided)
         inspect(flow, packet, now.milliseconds);
-        keepToBudget();
-        return;
+    if (!held) {
+        Flows &flows = ages_[flow.age];
+        flows.splice(flows.end(), flows, flow.self);
+        for (const Holding &holding : holdings)
+            counter_.count(holding, flow.application);
     }
-    Flows &flows = ages_[flow.age];
-    flows.splice(flows.end(), flows, flow.self);
-    for (const Holding &holding : holdings)
-        counter_.count(holding, flow.application);
+    if (undecided)
+        keepToBudget();
 }
 
 void FlowTable::expire(std::uint64_t milliseconds) {
     Flows &held = ages_[kHeld];
     while (!held.empty() && milliseconds - held.front().held->first > kMaxHeld)
-        giveUp(held.front());
-    const auto releaseIdle = [&](Flows &flows, std::uint64_t most) {
+        watch(held.front());
+    const auto eachIdle = [&](Flows &flows, std::uint64_t most, auto end) {
         while (!flows.empty() && milliseconds - flows.front().last > most)
-            release(flows.front());
+            (this->*end)(flows.front());
     };
-    releaseIdle(ages_[kStream], kMaxIdleStream);
-    releaseIdle(ages_[kOther], kMaxIdleOther);
+    eachIdle(ages_[kWatched], kMaxIdleWatched, &FlowTable::giveUp);
+    eachIdle(ages_[kStream], kMaxIdleStream, &FlowTable::release);
+    eachIdle(ages_[kOther], kMaxIdleOther, &FlowTable::release);
 }
 
 void FlowTable::finish() {

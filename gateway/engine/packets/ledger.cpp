@@ -8,13 +8,6 @@
 namespace idpfwd {
 namespace {
 
-Mac macOf(std::uint64_t number) {
-    Mac mac;
-    for (std::size_t i = mac.size(); i > 0; number >>= 8)
-        mac[--i] = static_cast<std::uint8_t>(number);
-    return mac;
-}
-
 bool sameRow(const Holding &a, const Holding &b) {
     return a.stay == b.stay && a.mac == b.mac;
 }

@@ -17,6 +17,8 @@ constexpr std::size_t kInspected = 65'000;
 constexpr std::size_t kMargin = 512;
 constexpr std::size_t kShortestHeader = 20;
 
+static_assert(Classifier::kMostPackets == NDPI_MAX_NUM_PKTS_PER_FLOW_TO_DISSECT);
+
 void putWord(std::vector<std::uint8_t> &bytes, std::size_t offset, std::size_t value) {
     bytes[offset] = static_cast<std::uint8_t>(value >> 8);
     bytes[offset + 1] = static_cast<std::uint8_t>(value);
@@ -29,6 +31,11 @@ void correctLength(std::vector<std::uint8_t> &packet, std::size_t size) {
         putWord(packet, 2, size);
     else if (size >= 40)
         putWord(packet, 4, size - 40);
+}
+
+// The beginning of a record of encrypted data, which TLS sends when both ends have agreed on a key.
+bool isApplicationData(const Packet &packet) {
+    return packet.payload.size() > 2 && packet.payload[0] == 23 && packet.payload[1] == 3;
 }
 
 // nDPI's allocations of this thread, in bytes: what a call into it adds belongs to the call's flow.
@@ -118,23 +125,34 @@ Application Classifier::application(std::uint16_t master, std::uint16_t id) cons
     return {categoryOf(chosen), chosen};
 }
 
-std::optional<Application> Classifier::inspect(FlowState &state, std::span<const std::uint8_t> ip,
+// Whether further packets could change what the flow is taken for: a certificate or a reply may yet
+// tell more.
+bool Classifier::mayChange(ndpi_flow_struct &flow, const Packet &packet) const {
+    const auto &[application, master] = flow.detected_protocol_stack;
+    if (isLookUp(application) || isLookUp(master))
+        return false; // a look-up stays one whatever the reply says
+    if (flow.extra_packets_func == nullptr)
+        return false; // no dissector waits for them
+    const bool tls = application == NDPI_PROTOCOL_TLS || master == NDPI_PROTOCOL_TLS;
+    if (tls && packet.protocol == kProtocolTcp &&
+        (flow.protos.tls_quic.subprotocol_detected || isApplicationData(packet)))
+        return false; // the hello's name has told it; no certificate comes behind data
+    return ndpi_extra_dissection_possible(module_.get(), &flow) != 0;
+}
+
+std::optional<Application> Classifier::inspect(FlowState &state, const Packet &packet,
                                                std::uint64_t milliseconds) {
-    const std::size_t size = std::min(ip.size(), kInspected);
+    const std::size_t size = std::min(packet.ip.size(), kInspected);
     if (size < kShortestHeader)
         return std::nullopt;
-    std::copy_n(ip.begin(), size, copy_.begin());
+    std::copy_n(packet.ip.begin(), size, copy_.begin());
     std::fill_n(copy_.begin() + static_cast<std::ptrdiff_t>(size), kMargin, 0);
     correctLength(copy_, size);
     const Measured measured(state);
     const ndpi_protocol seen =
         ndpi_detection_process_packet(module_.get(), state.flow.get(), copy_.data(),
                                       static_cast<unsigned short>(size), milliseconds);
-    if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN)
-        return std::nullopt;
-    // A certificate or a reply may yet tell more. A look-up stays one whatever the reply says.
-    if (!isLookUp(seen.master_protocol) && !isLookUp(seen.app_protocol) &&
-        ndpi_extra_dissection_possible(module_.get(), state.flow.get()) != 0)
+    if (seen.app_protocol == NDPI_PROTOCOL_UNKNOWN || mayChange(*state.flow, packet))
         return std::nullopt;
     return application(seen.master_protocol, seen.app_protocol);
 }
@@ -144,6 +162,16 @@ Application Classifier::giveUp(FlowState &state) {
     std::uint8_t guessed = 0;
     const ndpi_protocol last = ndpi_detection_giveup(module_.get(), state.flow.get(), 1, &guessed);
     return application(last.master_protocol, last.app_protocol);
+}
+
+// What it has guessed nDPI takes for found, and looks no further.
+Application Classifier::guess(FlowState &state) {
+    auto &found = state.flow->detected_protocol_stack;
+    const bool unknown = found[0] == NDPI_PROTOCOL_UNKNOWN;
+    const Application application = giveUp(state);
+    if (unknown)
+        std::ranges::fill(found, NDPI_PROTOCOL_UNKNOWN);
+    return application;
 }
 
 std::vector<NamedApplication> Classifier::applications() const {

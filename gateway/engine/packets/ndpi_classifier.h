@@ -1,10 +1,11 @@
 // Names the application of a flow from its packets, through nDPI. The only file that knows nDPI.
 #pragma once
 
+#include "engine/packets/packet.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -48,15 +49,21 @@ class Classifier {
     // Without a flow when there is no memory.
     [[nodiscard]] static FlowState newFlow();
 
-    // Looks at one more packet of a flow: the captured bytes from the IP header on. The flow's
-    // application when no further packet could change it; none must be shown then.
-    std::optional<Application> inspect(FlowState &state, std::span<const std::uint8_t> ip,
+    // So many packets of a flow are looked at, more of them tell nothing.
+    static constexpr unsigned kMostPackets = 32;
+
+    // Looks at one more packet of a flow. The flow's application when no further packet could
+    // change it; none must be shown then.
+    std::optional<Application> inspect(FlowState &state, const Packet &packet,
                                        std::uint64_t milliseconds);
 
     // The best that nDPI can say about a flow of which no more is to be seen.
     Application giveUp(FlowState &state);
 
-    // Every application that the two functions above can name, and their categories.
+    // The same about a flow that goes on being looked at.
+    Application guess(FlowState &state);
+
+    // Every application that the functions above can name, and their categories.
     [[nodiscard]] std::vector<NamedApplication> applications() const;
     [[nodiscard]] std::vector<NamedCategory> categories() const;
 
@@ -67,6 +74,7 @@ class Classifier {
 
     explicit Classifier(ndpi_detection_module_struct *module);
     [[nodiscard]] bool isLookUp(std::uint16_t id) const;
+    [[nodiscard]] bool mayChange(ndpi_flow_struct &flow, const Packet &packet) const;
     [[nodiscard]] Application application(std::uint16_t master, std::uint16_t id) const;
     [[nodiscard]] std::uint8_t categoryOf(std::uint16_t id) const;
 

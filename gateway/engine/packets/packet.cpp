@@ -16,7 +16,7 @@ constexpr std::uint16_t kTypePppoeSession = 0x8864;
 constexpr std::size_t kIpv4Header = 20;
 constexpr std::size_t kIpv6Header = 40;
 constexpr std::size_t kUdpHeader = 8;
-constexpr std::size_t kTcpFlags = 13;
+constexpr std::size_t kTcpHeader = 20;
 constexpr std::size_t kArpIpv4 = 28;
 
 std::uint16_t word(Bytes bytes, std::size_t offset) {
@@ -39,17 +39,44 @@ bool isTag(std::uint16_t type) {
     return type == 0x8100 || type == 0x88a8 || type == 0x9100;
 }
 
-void readTransport(Bytes transport, Packet &packet) {
-    const bool tcp = packet.protocol == kProtocolTcp;
-    if (packet.laterFragment || (!tcp && packet.protocol != kProtocolUdp) || transport.size() < 4)
-        return;
+void readIpv4(Bytes bytes, Packet &packet);
+void readIpv6(Bytes bytes, Packet &packet);
+
+// A tunnel carries its packets whole. One that is damaged leaves the tunnel's own.
+void readTunnel(Bytes inner, Packet &packet) {
+    Packet found = packet;
+    found.inTunnel = true;
+    found.version = 0;
+    if (packet.protocol == kProtocolIpv4)
+        readIpv4(inner, found);
+    else
+        readIpv6(inner, found);
+    if (found.version != 0)
+        packet = found;
+}
+
+void readPorts(Bytes transport, Packet &packet) {
     packet.hasPorts = true;
     packet.sourcePort = word(transport, 0);
     packet.destinationPort = word(transport, 2);
-    if (tcp && transport.size() > kTcpFlags)
-        packet.tcpFlags = transport[kTcpFlags];
-    if (!tcp && transport.size() > kUdpHeader)
-        packet.payload = transport.subspan(kUdpHeader);
+    std::size_t header = kUdpHeader;
+    if (packet.protocol == kProtocolTcp) {
+        if (transport.size() < kTcpHeader)
+            return;
+        packet.tcpFlags = transport[13];
+        header = std::max<std::size_t>((transport[12] >> 4) * 4u, kTcpHeader);
+    }
+    if (transport.size() > header)
+        packet.payload = transport.subspan(header);
+}
+
+void readTransport(Bytes transport, Packet &packet) {
+    const bool tunnel = packet.protocol == kProtocolIpv4 || packet.protocol == kProtocolIpv6;
+    if (tunnel && !packet.fragment && !packet.inTunnel)
+        readTunnel(transport, packet);
+    else if ((packet.protocol == kProtocolTcp || packet.protocol == kProtocolUdp) &&
+             !packet.laterFragment && transport.size() >= 4)
+        readPorts(transport, packet);
 }
 
 // Segmentation offload may leave the length at 0: then everything captured belongs to the packet.
@@ -138,8 +165,8 @@ void readPppoe(Packet &packet) {
         return;
     packet.vlan = packet.vlan << 16 | word(bytes, 2);
     packet.etherType = protocol == kPppIpv4 ? kTypeIpv4 : kTypeIpv6;
-    packet.network = withoutPadding(bytes, kHeader + word(bytes, 4))
-                         .subspan(std::min(bytes.size(), kHeader + (shortened ? 1 : 2)));
+    const Bytes session = withoutPadding(bytes, kHeader + word(bytes, 4));
+    packet.network = session.subspan(std::min(session.size(), kHeader + (shortened ? 1u : 2u)));
 }
 
 // What the labels carry shows only in its first four bits. The labels of the two directions have
@@ -179,11 +206,6 @@ bool parseFrame(Bytes frame, Packet &packet) {
     else if (packet.etherType == kTypeIpv6)
         readIpv6(packet.network, packet);
     return true;
-}
-
-bool isDevice(const Mac &mac) {
-    return (mac[0] & 1) == 0 &&
-           std::any_of(mac.begin(), mac.end(), [](auto octet) { return octet; });
 }
 
 std::optional<ArpMessage> readArp(const Packet &packet) {

@@ -13,6 +13,8 @@ namespace idpfwd {
 
 constexpr std::uint8_t kProtocolTcp = 6;
 constexpr std::uint8_t kProtocolUdp = 17;
+constexpr std::uint8_t kProtocolIpv4 = 4; // of a packet that carries another one
+constexpr std::uint8_t kProtocolIpv6 = 41;
 
 // The smallest piece of a frame that names its sender and its receiver.
 constexpr std::size_t kEthernetHeader = 14;
@@ -38,6 +40,7 @@ struct Packet {
     bool fragment = false;
     bool laterFragment = false; // one that begins behind the ports
     std::uint32_t fragmentId = 0;
+    bool inTunnel = false; // all of this is of an IP packet inside another
 
     // Set for TCP and UDP whose ports were captured.
     bool hasPorts = false;
@@ -45,7 +48,7 @@ struct Packet {
     std::uint16_t destinationPort = 0;
     std::uint8_t tcpFlags = 0;
     Bytes ip;      // from the IP header on, without Ethernet's padding
-    Bytes payload; // what follows the UDP header
+    Bytes payload; // what follows the TCP or UDP header
 };
 
 // Reads a frame. False when not even the two hardware addresses are there; a frame that is no IP,
@@ -53,7 +56,9 @@ struct Packet {
 [[nodiscard]] bool parseFrame(Packet::Bytes frame, Packet &packet);
 
 // Addresses of groups (and of broadcast), and the all-zero one, belong to no device.
-[[nodiscard]] bool isDevice(const Mac &mac);
+[[nodiscard]] inline bool isDevice(const Mac &mac) {
+    return (mac[0] & 1) == 0 && macNumber(mac) != 0;
+}
 
 struct ArpMessage {
     bool isReply = false;

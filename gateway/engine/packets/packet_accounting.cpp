@@ -15,20 +15,18 @@ constexpr std::uint64_t kAnswerTime = 5'000;
 
 PacketAccounting::PacketAccounting(Tables &tables, Classifier &classifier,
                                    std::optional<Mac> gateway, std::size_t budget, std::mutex *lock)
-    : gateway_(gateway), ledger_(tables, lock), flows_(classifier, ledger_, budget) {}
-
-bool PacketAccounting::isClient(const Mac &mac) const {
-    return isDevice(mac) && mac != gateway_;
+    : ledger_(tables, lock), flows_(classifier, ledger_, budget) {
+    setGateway(gateway);
 }
 
 // Whether the packet answers a question for the address that it is sent from. Only the router's
 // questions count where it is known: whoever makes addresses up can ask for them too.
 bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
-    const auto message = packet.version == 0 ? readArp(packet) : std::nullopt;
+    const auto message = readArp(packet);
     if (!message)
         return false;
     if (!message->isReply) {
-        if (!gateway_ || packet.source == gateway_)
+        if (gateway_ == 0 || isGateway(packet.source))
             questions_[nextQuestion_++ % questions_.size()] = {message->target, now_.milliseconds};
         return false;
     }
@@ -41,22 +39,20 @@ bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
 // A lease may be announced to everybody: then its message names the device.
 void PacketAccounting::noteLease(const Packet &packet) {
     if (packet.protocol != kProtocolUdp || packet.sourcePort != kDhcpServerPort ||
-        (gateway_ && packet.source != gateway_))
+        (gateway_ != 0 && !isGateway(packet.source)))
         return;
     const auto client = readDhcpLease(packet.payload);
     if (client && isClient(*client))
         ledger_.see(*client, kHasAnswered, nullptr, now_);
 }
 
-std::uint64_t PacketAccounting::seeSender(const Packet &packet) {
-    const unsigned answered = hasAnsweredArp(packet) ? kHasAnswered : kNoEvidence;
-    if (!isClient(packet.source))
-        return 0;
-    return ledger_.see(packet.source, kHasSent | answered, &packet, now_);
+std::uint64_t PacketAccounting::seeSender(const Packet &packet, bool answered) {
+    const unsigned evidence = answered ? kHasSent | kHasAnswered : kHasSent;
+    return ledger_.see(packet.source, evidence, &packet, now_);
 }
 
 std::uint64_t PacketAccounting::seeReceiver(const Packet &packet) {
-    const unsigned fromRouter = gateway_ && packet.source == gateway_ ? kHasEarned : kNoEvidence;
+    const unsigned fromRouter = isGateway(packet.source) ? kHasEarned : kNoEvidence;
     return ledger_.see(packet.destination, kHasReceived | fromRouter, nullptr, now_);
 }
 
@@ -68,7 +64,7 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
         flush();
     now_ = now;
     ++frames_;
-    gatewaySeen_ |= packet.source == gateway_ || packet.destination == gateway_;
+    gatewaySeen_ |= isGateway(packet.source) || isGateway(packet.destination);
     if (length > kLongestFrame) {
         ledger_.addCapped(length - captured.size());
         length = static_cast<std::uint32_t>(captured.size());
@@ -76,9 +72,9 @@ void PacketAccounting::add(Packet::Bytes captured, std::uint32_t length, const M
     std::array<Holding, 2> concerned;
     std::size_t count = 0;
     noteLease(packet);
-    const std::uint64_t sender = seeSender(packet);
+    const bool answered = packet.version == 0 && hasAnsweredArp(packet);
     if (isClient(packet.source))
-        concerned[count++] = {packet.source, sender, {0, length, 0, 1}};
+        concerned[count++] = {packet.source, seeSender(packet, answered), {0, length, 0, 1}};
     if (isClient(packet.destination))
         concerned[count++] = {packet.destination, seeReceiver(packet), {length, 0, 1, 0}};
     const auto holdings = std::span(concerned).first(count);

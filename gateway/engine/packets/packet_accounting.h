@@ -41,11 +41,13 @@ class PacketAccounting {
 
     // Whether a router's address was given that none of these many frames had.
     [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
-        return gateway_ && !gatewaySeen_ && frames_ >= frames;
+        return gateway_ != 0 && !gatewaySeen_ && frames_ >= frames;
     }
 
     // The router's address when it has changed.
-    void setGateway(const std::optional<Mac> &gateway) { gateway_ = gateway; }
+    void setGateway(const std::optional<Mac> &gateway) {
+        gateway_ = gateway ? macNumber(*gateway) : 0;
+    }
 
     [[nodiscard]] const FlowTable &flows() const { return flows_; }
 
@@ -55,13 +57,16 @@ class PacketAccounting {
         std::uint64_t asked = 0; // in a moment's milliseconds
     };
 
-    [[nodiscard]] bool isClient(const Mac &mac) const;
+    [[nodiscard]] bool isGateway(const Mac &mac) const {
+        return gateway_ != 0 && macNumber(mac) == gateway_;
+    }
+    [[nodiscard]] bool isClient(const Mac &mac) const { return isDevice(mac) && !isGateway(mac); }
     [[nodiscard]] bool hasAnsweredArp(const Packet &packet);
     void noteLease(const Packet &packet);
-    std::uint64_t seeSender(const Packet &packet);
+    std::uint64_t seeSender(const Packet &packet, bool answered);
     std::uint64_t seeReceiver(const Packet &packet);
 
-    std::optional<Mac> gateway_;
+    std::uint64_t gateway_ = 0; // its address's number; 0 when it is not known
     bool gatewaySeen_ = false;
     std::uint64_t frames_ = 0;
     Moment now_; // what is counted is stamped with

@@ -35,9 +35,9 @@ bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error) {
     return false;
 }
 
-std::shared_ptr<const NameTable> prepareNames(const PacketOptions &options, std::string &error) {
-    const std::unique_ptr<Classifier> classifier = Classifier::create();
-    if (!classifier) {
+std::shared_ptr<const NameTable> prepareNames(const Classifier *classifier,
+                                              const PacketOptions &options, std::string &error) {
+    if (classifier == nullptr) {
         error = "the packet classifier cannot be used";
         return nullptr;
     }

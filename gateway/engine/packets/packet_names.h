@@ -19,8 +19,10 @@ using Pcap = std::unique_ptr<pcap_t, PcapCloser>;
 // False with the reason in error unless frames of this handle have Ethernet headers.
 bool isEthernet(pcap_t *pcap, const std::string &name, std::string &error);
 
-// Writes the database files. Null with the reason in error when that or nDPI fails.
-std::shared_ptr<const NameTable> prepareNames(const PacketOptions &options, std::string &error);
+// Writes the database files. Null with the reason in error when that fails, or when there is no
+// classifier, because nDPI cannot be used.
+std::shared_ptr<const NameTable> prepareNames(const Classifier *classifier,
+                                              const PacketOptions &options, std::string &error);
 
 // A source that names what its classifiers tell.
 class PacketSource : public Source {

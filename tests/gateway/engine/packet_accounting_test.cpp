@@ -92,12 +92,26 @@ TEST_F(PacketAccountingTest, AFlowIsHeldUntilItsApplicationIsKnownThenCountedOnc
     shakeHands();
     EXPECT_EQ(usage(), "") << "there, but nothing is counted yet";
     greet("www.youtube.com");
-    EXPECT_EQ(usage(), "") << "a certificate may tell more";
-    wait(15'001);
     EXPECT_EQ(usage(), "YouTube 184/54");
     greet("www.netflix.com");
     pass(down(6, tcp(443, 50000, kPush | kAck, Bytes(946, 1))));
     EXPECT_EQ(usage(), "YouTube 314/1054") << "counted straight away, whatever it looks like";
+}
+
+TEST_F(PacketAccountingTest, AServerWithoutAKnownNameIsWaitedForUntilNoCertificateCanCome) {
+    const Bytes done = {20, 3, 3, 0, 1, 1}, data = {23, 3, 3, 0, 4, 9, 9, 9, 9};
+    shakeHands();
+    greet("www.example.com");
+    pass(down(6, tcp(443, 50000, kPush | kAck, done)));
+    EXPECT_EQ(usage(), "");
+    pass(up(6, tcp(50000, 443, kPush | kAck, data)));
+    EXPECT_EQ(usage(), "TLS 247/114") << "data flows";
+    pass(up(6, tcp(50001, 443, kPush | kAck, clientHello("www.example.com"))));
+    for (int number = 0; number < 12; number++) {
+        EXPECT_EQ(usage(), "TLS 247/114");
+        pass(down(6, tcp(443, 50001, kAck, {})));
+    }
+    EXPECT_EQ(usage(), "TLS 377/762") << "nDPI waits for no more";
 }
 
 TEST_F(PacketAccountingTest, AFlowThatShowsNothingIsGivenUpAndStaysUnknown) {
@@ -108,11 +122,30 @@ TEST_F(PacketAccountingTest, AFlowThatShowsNothingIsGivenUpAndStaysUnknown) {
     EXPECT_EQ(usage(), "Unknown 54/0") << "held for too long";
     pass(up(17, udp(50000, 50001, dnsQuery())));
     EXPECT_EQ(usage(), "Unknown 129/0") << "what is counted never moves";
-    for (int number = 0; number < 40; number++) {
+    for (unsigned number = 0; number < Classifier::kMostPackets; number++) {
         EXPECT_EQ(usage(), "Unknown 129/0");
         pass(up(17, udp(50002, 50003, kNoise)));
     }
-    EXPECT_EQ(usage(), "Unknown 2289/0") << "looked at often enough";
+    EXPECT_EQ(usage(), "Unknown 1857/0") << "looked at often enough";
+}
+
+TEST_F(PacketAccountingTest, AnApplicationThatShowsLateCountsFromThereOn) {
+    forgetSeconds_ = 3600;
+    const auto late = [&] {
+        pass(up(6, tcp(50000, 9999, kSyn, {})));
+        wait(15'001);
+        pass(up(6, tcp(50000, 9999, kPush | kAck, {})));
+    };
+    late();
+    EXPECT_EQ(usage(), "Unknown 108/0") << "shown in time";
+    wait(590'000);
+    pass(up(6, tcp(50000, 9999, kPush | kAck, clientHello("www.youtube.com"))));
+    EXPECT_EQ(usage(), "Unknown 108/0, YouTube 130/0");
+    pass(up(6, tcp(50000, 9999, kFin | kAck, {})));
+    late();
+    wait(600'001);
+    pass(up(6, tcp(50000, 9999, kPush | kAck, clientHello("www.youtube.com"))));
+    EXPECT_EQ(usage(), "Unknown 346/0, YouTube 184/0") << "it was idle for too long";
 }
 
 TEST_F(PacketAccountingTest, MergedFramesCountAtFullLengthAndAreStillRecognised) {
@@ -143,7 +176,6 @@ TEST_F(PacketAccountingTest, WhatIsNoIpIsUnknownTrafficButTellsTheAddress) {
 TEST_F(PacketAccountingTest, PortsThatServeAnotherConnectionAreLookedAtAgain) {
     shakeHands();
     greet("www.youtube.com");
-    wait(15'001);
     shakeHands();
     EXPECT_EQ(usage(), "YouTube 238/108") << "it is still open";
     pass(up(6, tcp(50000, 443, kFin | kAck, {})));
@@ -216,13 +248,15 @@ TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHe
     };
     pass(up(17, udp(1, 2, kNoise)));
     std::uint64_t passed = 54;
-    for (const auto &flood : floods)
+    for (const auto &flood : floods) {
+        wait(15'001); // those of the last one are only watched from now on
         for (unsigned number = 0; number < 3'000; number++) {
             const Bytes frame = flood(number);
             passed += frame.size();
             accounting_->add(frame, static_cast<std::uint32_t>(frame.size()), now_);
             ASSERT_LE(accounting_->flows().memory(), kBudget);
         }
+    }
     EXPECT_GT(accounting_->flows().memory(), kBudget / 2) << "it is made use of";
     wait(1);
     EXPECT_THAT(usage(), testing::StartsWith("Unknown ")) << "the first that came was given up";

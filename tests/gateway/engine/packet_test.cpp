@@ -25,6 +25,7 @@ TEST(PacketTest, ReadsTheEndsOfAConversationWhateverStandsBeforeThem) {
         const Bytes body = extensions + segment;
         return fromPhone(0x86dd, ipv6(Bytes(16, 0x20), Bytes(16, 0x21), first, body));
     };
+    const Bytes inside6 = ipv6(Bytes(16, 0x20), Bytes(16, 0x21), 6, segment);
     const Bytes destination = Bytes{51, 1} + Bytes(14, 0);
     const Bytes authentication = Bytes{6, 1} + Bytes(10, 0);
     Bytes merged = from4(0); // may say 0: everything belongs to it
@@ -49,6 +50,8 @@ TEST(PacketTest, ReadsTheEndsOfAConversationWhateverStandsBeforeThem) {
         {fromPhone(0x0800, from4(0x2000)), 0, 192, kFirst},
         {fromPhone(0x0800, from4(0x1000)), 0, 192, kLater},
         {from6(60, destination + authentication), 0, 0x20, kWhole},
+        {from6(4, from4(0)), 0, 192, kWhole},
+        {fromPhone(0x0800, ipv4(Bytes(4, 10), Bytes(4, 11), 41, inside6)), 0, 0x20, kWhole},
         {from6(44, Bytes{6, 0, 0, 1, 0, 0, 0, 1}), 0, 0x20, kFirst},
         {from6(44, Bytes{6, 0, 0, 8, 0, 0, 0, 1}), 0, 0x20, kLater},
     };
@@ -73,6 +76,7 @@ TEST(PacketTest, TunnelsThatAreCutOrCarryNoIpHaveNoEnds) {
         Bytes{0x11, 0} + word(7) + word(0),
         Bytes{0x11, 0} + word(7) + word(4) + word(0xc021) + inside, // not for users
         Bytes{0x12, 0} + word(7) + word(42) + word(0x21) + inside,  // another version
+        Bytes{0x11, 0} + word(7) + word(0) + word(0x21) + inside,   // all of it is padding
     };
     Packet packet;
     for (const Bytes &body : bodies) {
@@ -82,6 +86,12 @@ TEST(PacketTest, TunnelsThatAreCutOrCarryNoIpHaveNoEnds) {
     for (const Bytes &labels : {Bytes{0, 1, 0, 64}, Bytes{0, 1, 1, 64}, Bytes{0, 1, 1, 64, 0}}) {
         ASSERT_TRUE(parseFrame(fromPhone(0x8848, labels), packet));
         EXPECT_EQ(packet.version, 0);
+    }
+    for (const Bytes &inner : {Bytes(30, 0x60), Bytes(40, 0x40)}) {
+        const Bytes outer = ipv4(Bytes(4, 10), Bytes(4, 11), 41, inner);
+        ASSERT_TRUE(parseFrame(fromPhone(0x0800, outer), packet));
+        EXPECT_EQ(packet.sourceAddress[0], 10) << "the tunnel's own";
+        EXPECT_FALSE(packet.inTunnel);
     }
 }
 
