@@ -2,7 +2,6 @@
 find_package(Threads REQUIRED)
 add_library(
   idpfwd_packets STATIC
-  capture/capture_file.cpp
   capture/capture_source.cpp
   capture/live_source.cpp
   capture/reader.cpp

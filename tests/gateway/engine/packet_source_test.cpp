@@ -7,11 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <linux/if_tun.h>
 #include <net/if.h>
@@ -87,53 +85,6 @@ TEST_F(PacketSourceTest, TimesThatRunBackwardsStandStillAndDamageEndsACaptureWit
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("it ends after 3 packets"));
     EXPECT_EQ(source->tables.rows().at(0).up_accl_pkt, 3u);
     EXPECT_EQ(source->tables.users().at(0).ts, 5u);
-}
-
-// Every kind of writer, and one that only libpcap knows: an odd version.
-TEST_F(PacketSourceTest, CapturesOfBothByteOrdersAndPrecisionsSayTheSame) {
-    const auto write = [&](std::uint32_t magic, bool swapped, std::uint16_t version,
-                           std::uint32_t perMillisecond) {
-        std::string file;
-        const auto put = [&](auto number) {
-            std::string bytes(reinterpret_cast<const char *>(&number), sizeof number);
-            if (swapped)
-                std::ranges::reverse(bytes);
-            file += bytes;
-        };
-        put(magic);
-        put(std::uint16_t{2});
-        put(version);
-        for (const std::uint32_t number : {0U, 0U, 65535U, 1U})
-            put(number);
-        for (std::uint32_t number = 0; number < 30; number++) { // more than a block
-            const Bytes frame = ethernet(kPc, kRouter, 0x88cc, Bytes(60'000, 1));
-            for (const std::uint32_t field : {number, 20 * perMillisecond, 60'014U, 60'014U})
-                put(field);
-            file.append(frame.begin(), frame.end());
-        }
-        return folder_.write("made.pcap", file);
-    };
-    for (const std::string &path :
-         {write(0xa1b2c3d4, false, 4, 1'000), write(0xa1b2c3d4, true, 4, 1'000),
-          write(0xa1b23c4d, false, 4, 1'000'000), write(0xa1b2c3d4, false, 3, 1'000)}) {
-        const auto source = openFile(path, true);
-        ASSERT_TRUE(source) << error_;
-        source->work();
-        ASSERT_TRUE(source->finished());
-        EXPECT_EQ(source->tables.rows().at(0).up_accl_byte, 30u * 60'014);
-        EXPECT_EQ(source->tables.users().at(0).ts, 29u);
-    }
-}
-
-TEST_F(PacketSourceTest, APacketThatClaimsMoreThanAnyHasEndsACapture) {
-    const std::string path = capture({1000, 2000, 3000});
-    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(24 + 2 * 76 + 10);
-    file.put(4); // 262,204 bytes
-    file.close();
-    CaptureStderr();
-    openFile(path, true)->work();
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("claims 262204 bytes; it ends after 2 packets"));
 }
 
 TEST_F(PacketSourceTest, AGatewaysAddressThatNeverOccursIsSaid) {
