@@ -3,6 +3,8 @@
 #include "support/engine_fake.h"
 #include "support/fixture.h"
 
+#include <array>
+
 class DeviceLookup : public rig::Fixture {};
 
 TEST_F(DeviceLookup, AClientsDetailComesFromItsUserRecordUnlessThatIsInTheLastSlot) {
@@ -47,4 +49,9 @@ TEST_F(DeviceLookup, TheReportIsWantedOnlyWhereReportingAppliesAndRemovedWhenItI
     EXPECT_TRUE(rig::fileExists(TRAFFIC_USAGE_REPORT_FILE));
     EXPECT_EQ(isWanted("0", "NA"), 0);
     EXPECT_FALSE(rig::fileExists(TRAFFIC_USAGE_REPORT_FILE));
+    for (const auto &[board, revision] :
+         {std::pair{"B34K810A00", "V1"}, {"B34K810A50", "QorvoCostDown"}, {"B34K810A5", ""}}) {
+        rig::setSetting("hw_rev", board);
+        EXPECT_STREQ(get_hwRevision(std::array<char, 14>().data()), revision);
+    }
 }

@@ -30,6 +30,10 @@ TEST_F(FirmwareUpgrade, AnEventTypeIsKnownByItsBeginningAndAResultWhole) {
         rig::setSetting("aws_fw_event_type", value);
         EXPECT_STREQ(get_fw_upgarade_event_type(std::array<char, 12>().data()), label);
     }
+    for (const auto &[setting, text] : {std::pair{"Triggerd", "Triggerd"}, {"x", "Not trigger"}}) {
+        rig::setSetting("aws_fw_upgarade_triggered", setting);
+        EXPECT_STREQ(get_fw_upgarade_triggered(std::array<char, 12>().data()), text);
+    }
     for (const char *value : {"Fileinfo download fail", "no error"}) {
         rig::setSetting("aws_fw_check_result", value);
         EXPECT_STREQ(get_fw_check_result(std::array<char, 23>().data()), value);

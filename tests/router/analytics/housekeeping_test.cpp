@@ -23,4 +23,6 @@ TEST_F(Housekeeping, AFileIsRemovedOnceItHasReachedTheLimit) {
     }
     EXPECT_EQ(rig::readFile("/tmp/ra_debug_log.txt"),
               "kept\n[2024/1/5 09:08:09]Remove /tmp/a b.log log\n");
+    EXPECT_EQ(check_event_file_exists_or_not("/tmp/e f") + create_event_file("/tmp/e f"), 0);
+    EXPECT_EQ(check_event_file_exists_or_not("/tmp/e f"), 1);
 }

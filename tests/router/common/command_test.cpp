@@ -1,5 +1,6 @@
 #include "common/command.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <climits>
@@ -43,6 +44,10 @@ TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
     const char *const missing[] = {"no-such-program", nullptr};
     EXPECT_EQ(run_program(missing, "/dev/console"), 127 << 8);
     EXPECT_EQ(rig::readFile("/dev/console"), "before\nsaid\ncomplained\n");
+    const std::size_t descriptors = rig::openDescriptors();
+    const rig::Fault noProcess(rig::Call::kFork, 1);
+    EXPECT_EQ(run_program(missing, "/dev/console"), -1);
+    EXPECT_EQ(rig::openDescriptors(), descriptors);
 }
 
 TEST_F(Command, WhatItPrintsFollowsWhatWasPrintedBefore) {

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tuple>
@@ -61,7 +62,15 @@ TEST_F(LogAndCommand, TheFilterMaskReachesTheLogDevice) {
     });
     rig::writeFile(kLogDevice, "");
     EXPECT_EQ(quillSetLogFilter(0x80000001), 0);
-    EXPECT_EQ(quillSetLogFilter(1), -1);
+    const auto set = [] { EXPECT_EQ(quillSetLogFilter(1), -1); };
+    EXPECT_EQ(rig::standardOutput(set), "quillSetLogFilter:ioctl /dev/aglog fail\n");
+    std::filesystem::remove(kLogDevice);
+    EXPECT_EQ(rig::standardOutput(set), "quillSetLogFilter:open /dev/aglog fail\n");
+    char text[5] = "line";
+    EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(quillWriteLog(text, 4, 1 << 16), -1); }),
+              "quillWriteLog:open /dev/aglog fail\n");
+    rig::setSetting("enable_extender_mode", "1");
+    EXPECT_EQ(quillSetLogFilter(1), 0);
 }
 
 TEST_F(LogAndCommand, CommandsRunAndAreCutAtTheirDocumentedLength) {
@@ -70,6 +79,8 @@ TEST_F(LogAndCommand, CommandsRunAndAreCutAtTheirDocumentedLength) {
     EXPECT_EQ(doSystem("tool %s %d", "$(echo a) b", 7), 3 << 8);
     doSystem("tool %s", word.c_str());
     EXPECT_EQ(SYSTEM("tool %s", word.c_str()), 0);
+    rig::setSetting("system_dbg", "1");
+    EXPECT_EQ(rig::standardOutput([] { SYSTEM("echo %d", 7); }), "system: echo 7 <7\n");
     EXPECT_THAT(rig::recordedCommands(), ElementsAre("tool a b 7", "tool " + word.substr(0, 1018),
                                                      "tool " + word.substr(0, 2042)));
 }

@@ -79,3 +79,34 @@ TEST_F(RecordBuffer, OnlyASlotWhosePeriodBeganAtZeroIsOverwrittenWhole) {
     updateTrafficInfo(&later, &trafficBuffer[0]); // one in use keeps its start and its end
     EXPECT_THAT(occupied(), ElementsAre("Music 200-210 10s up 3 down 4"));
 }
+
+TEST_F(RecordBuffer, ARecordIsFoundByItsDeviceAndNamesAndWithoutOneNothingIsDone) {
+    rig::fillBuffer(2);
+    trafficBuffer[1] = record(300, "Music");
+    TrafficInfo wanted = record(900, "Music");
+    wanted.uploadBandwidth = 9;
+    EXPECT_EQ(findTrafficInfo(&wanted), &trafficBuffer[1]);
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 0);
+    wanted.uploadBandwidth = 3;
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 1);
+    wanted.downloadBandwidth = 9;
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 0);
+    TrafficInfo different[3] = {wanted, wanted, wanted};
+    different[0].macAddress[5] = 9;
+    different[1].appType[0] = 'm';
+    different[2].typeId = 9;
+    for (const TrafficInfo &other : different)
+        EXPECT_EQ(findTrafficInfo(&other), nullptr);
+    TrafficUsageDEntry entry{};
+    for (const int result :
+         {convertTrafficUsageD2TrafficBuf(nullptr, &wanted),
+          convertTrafficUsageD2TrafficBuf(&entry, nullptr), updateTrafficInfo(nullptr, &wanted),
+          updateTrafficInfo(&wanted, nullptr), resetTrafficInfoEntry(nullptr),
+          dumpAEntry(0, nullptr), saveTrafficInfo2Buf(nullptr), isTimoutTrafficInfo(&wanted)})
+        EXPECT_EQ(result, -1);
+    for (const int result :
+         {isFreeTrafficInfoEntry(nullptr), isSameTrafficInfoEntry(nullptr, &wanted),
+          isSameTrafficInfoEntry(&wanted, nullptr), isNoTrafficIncrease(nullptr, &wanted) - 1,
+          isNoTrafficIncrease(&wanted, nullptr) - 1})
+        EXPECT_EQ(result, 0);
+}

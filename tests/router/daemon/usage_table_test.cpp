@@ -83,3 +83,49 @@ TEST_F(UsageTable, RetiringClosesWhatHoldsTrafficAndDropsTheRest) {
     removeUntrackedTrafficUsageDEntry(1010);
     EXPECT_THAT(rig::tableNames(), ElementsAre("1 Media/C"));
 }
+
+TEST_F(UsageTable, ADumpShowsEveryFieldOfEveryEntry) {
+    rig::writeDeviceTypes();
+    TrafficUsageDEntry entry = candidate(71, 30);
+    entry.vendorId = 3;
+    entry.typeId = 4;
+    fold(entry);
+    first()->accu_downloadBandWidth = 8;
+    first()->accu_uploadBandWidth = 9;
+    first()->idleTimes = 2;
+    setActiveTrafficUsageDEntry(first(), 0);
+    rig::setSetting("tud_dbg", "1");
+    const std::string stars = std::string(80, '*') + "\n", rule = std::string(28, '=') + "\n";
+    const auto title = [&](const std::string &what, int after) {
+        return stars + std::string(25, '*') + "Dump trafficUsageD table " + what +
+               std::string(after, '*') + "\n" + stars;
+    };
+    EXPECT_EQ(rig::standardOutput(dumpTrafficUsageDTable),
+              title("start", 25) + rule +
+                  "appType: Media\nappName: Video\nDeviceType: Game console\n"
+                  "trafficStartTime: 500\ntrafficEndTime: 1000\n"
+                  "current_uploadBandwidth: 30\naccu_uploadBandWidth: 9\n"
+                  "current_downloadBandwidth: 71\naccu_downloadBandWidth: 8\n"
+                  "duration: 500\nidleTimes: 2\nactive: 0\n" +
+                  rule + title("end", 27));
+}
+
+TEST_F(UsageTable, WithoutAnEntryNothingIsDoneAndNothingHolds) {
+    TrafficUsageDEntry entry = candidate(1, 1);
+    TrafficUsageDEntry *const none = nullptr;
+    for (const int result :
+         {updateTrafficInfo2TrafficUsageDTable(none), addNewEntry2TrafficUsageDTable(none),
+          setActiveTrafficUsageDEntry(none, 1), updateTrafficUsageDAccuData(none, &entry),
+          updateTrafficUsageDAccuData(&entry, none), handleIdleTrafficUsageDEntry(none),
+          updateTrafficUsageDDeviceID(none, &entry), updateTrafficUsageDDeviceID(&entry, none),
+          touchExistTrafficUsageDEntry(none, &entry), touchExistTrafficUsageDEntry(&entry, none)})
+        EXPECT_EQ(result, -1);
+    for (const int result :
+         {isSameTrafficUsageDEntry(none, &entry), isSameTrafficUsageDEntry(&entry, none),
+          isTrafficIdle(none, &entry), isTrafficIdle(&entry, none), isTrafficInactive(none),
+          hasCurrentTraffic(none)})
+        EXPECT_EQ(result, 0);
+    const TrafficUsageDEntry others[] = {candidate(1, 2), candidate(2, 1)};
+    EXPECT_EQ(isTrafficIdle(&entry, &others[0]) + isTrafficIdle(&entry, &others[1]), 0);
+    EXPECT_EQ(isTrafficIdle(&entry, &entry), 1);
+}

@@ -1,8 +1,6 @@
 #include "device_lists.h"
 
-#include <csignal>
 #include <filesystem>
-#include <sys/resource.h>
 
 namespace {
 
@@ -46,21 +44,6 @@ TEST_F(IqosConfig, WithoutAWholeCopyTheFileLosesNothing) {
             EXPECT_EQ(rig::readFile(kConfig), later ? kWithout : kOriginal) << fault;
         }
     }
-}
-
-// The file size limit stands for a full disk: what is written last does not fit.
-TEST_F(IqosConfig, AConfigurationThatCannotBeWrittenIsPutBack) {
-    const std::string large = "{2}\n" + std::string(20000, 'x');
-    rig::writeFile(kConfig, large);
-    const rlimit limit{large.size(), RLIM_INFINITY};
-    rlimit before;
-    getrlimit(RLIMIT_FSIZE, &before);
-    signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limit);
-    const int result = iqos_set_priority_by_mac(1, macOf(1));
-    setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(rig::readFile(kConfig), large);
 }
 
 TEST_F(IqosConfig, AMissingFileIsMadeAndItsCopyIsWhatIsMissed) {
