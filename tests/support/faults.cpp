@@ -13,7 +13,6 @@
 #include <optional>
 #include <set>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,18 +36,6 @@ std::atomic<std::size_t> &count() {
         mmap(nullptr, sizeof(std::atomic<std::size_t>), PROT_READ | PROT_WRITE,
              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     return *shared;
-}
-
-struct BadPages {
-    ino_t file;
-    off_t from;
-};
-std::optional<BadPages> badPages;
-
-bool touchesBadPages(int descriptor, off_t end) {
-    struct stat status;
-    return badPages && fstat(descriptor, &status) == 0 && status.st_ino == badPages->file &&
-           end > badPages->from;
 }
 
 // Counts a call. Whether it has to fail, with errno set.
@@ -107,16 +94,6 @@ bool Fault::hasHappened() const {
     return count() >= plan->n;
 }
 
-ReadError::ReadError(const char *path, off_t at) {
-    struct stat status {};
-    EXPECT_EQ(stat(path, &status), 0);
-    badPages = {status.st_ino, at};
-}
-
-ReadError::~ReadError() {
-    badPages.reset();
-}
-
 } // namespace rig
 
 using rig::Call;
@@ -140,6 +117,9 @@ FAULTY(void *, malloc, (std::size_t size), (size), fails(Call::kAllocate, ENOMEM
 FAULTY(void *, calloc, (std::size_t count, std::size_t size), (count, size),
        fails(Call::kAllocate, ENOMEM), nullptr)
 FAULTY(char *, strdup, (const char *text), (text), fails(Call::kAllocate, ENOMEM), nullptr)
+FAULTY(void *, mmap,
+       (void *at, std::size_t size, int protection, int flags, int file, off_t offset),
+       (at, size, protection, flags, file, offset), fails(Call::kAllocate, ENOMEM), MAP_FAILED)
 FAULTY(FILE *, fopen, (const char *path, const char *mode), (path, mode),
        fails(Call::kOpen, EMFILE), nullptr)
 // What may follow the two that are always there is passed like any other.
@@ -148,6 +128,8 @@ FAULTY(int, open, (const char *path, int flags, unsigned int mode), (path, flags
 FAULTY(int, socket, (int domain, int type, int protocol), (domain, type, protocol),
        fails(Call::kOpen, EMFILE), -1)
 FAULTY(ssize_t, read, (int file, void *data, std::size_t size), (file, data, size),
+       fails(Call::kRead, EIO), -1)
+FAULTY(ssize_t, pread, (int file, void *data, std::size_t size, off_t at), (file, data, size, at),
        fails(Call::kRead, EIO), -1)
 FAULTY(char *, fgets, (char *line, int size, FILE *stream), (line, size, stream),
        streamFails(Call::kRead, EIO, stream), nullptr)
@@ -166,20 +148,6 @@ FAULTY(pid_t, fork, (), (), fails(Call::kFork, EAGAIN), -1)
 FAULTY(int, execvp, (const char *file, char *const arguments[]), (file, arguments),
        fails(Call::kExecute, ENOENT), -1)
 FAULTY(int, ferror, (FILE * stream), (stream), rig::failedStreams.contains(stream), 1)
-
-INTERPOSE(void *, mmap,
-          (void *at, std::size_t size, int protection, int flags, int file, off_t offset)) {
-    EXPECT_FALSE(rig::touchesBadPages(file, offset + static_cast<off_t>(size))) << "mapped";
-    return fails(Call::kAllocate, ENOMEM) ? MAP_FAILED
-                                          : __real_mmap(at, size, protection, flags, file, offset);
-}
-
-INTERPOSE(ssize_t, pread, (int file, void *data, std::size_t size, off_t at)) {
-    const bool bad = rig::touchesBadPages(file, at + static_cast<off_t>(size));
-    if (bad)
-        errno = EIO;
-    return bad || fails(Call::kRead, EIO) ? -1 : __real_pread(file, data, size, at);
-}
 
 INTERPOSE(int, fprintf, (FILE * stream, const char *format, ...)) {
     if (streamFails(Call::kWrite, ENOSPC, stream))
