@@ -25,7 +25,8 @@ TEST_F(DeviceLookup, AClientsDetailComesFromItsUserRecordUnlessThatIsInTheLastSl
     EXPECT_EQ(lookUp(1), "device_type: unknown, device_name: Unknown, vendor_name: unknown\n");
     EXPECT_EQ(lookUp(63), "device_type: Phone, device_name: Other, vendor_name: Vendor\n");
     EXPECT_EQ(detail.dev_id, 7u);
-    EXPECT_STREQ(detail.vendor_name, "Vendor");
+    EXPECT_EQ(std::string(detail.device_type) + detail.device_name + detail.vendor_name,
+              "PhoneOtherVendor");
     engine.users[0].available = 0;
     EXPECT_EQ(lookUp(2), "");
 
