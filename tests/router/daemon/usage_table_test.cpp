@@ -41,6 +41,8 @@ TEST_F(UsageTable, AnEntryClosesWithThe31stUnchangedPassAndOpensAgainWithTheNext
     expectOnly("down 71 of 71 up 30 of 30 500-1310 810s active 0 idle 31");
     fold(candidate(72, 30));
     expectOnly("down 72 of 72 up 30 of 30 1400-0 0s active 1 idle 0");
+    rig::setSetting("tud_max_idle_time", "1");
+    EXPECT_EQ(getTUDMaxIdleTime(), 1);
 }
 
 TEST_F(UsageTable, GrowthIsAddedAsItIsEvenBackwards) {
