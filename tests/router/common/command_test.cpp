@@ -4,6 +4,7 @@
 #include "support/fixture.h"
 
 #include <climits>
+#include <csignal>
 
 using testing::ElementsAre;
 
@@ -33,6 +34,8 @@ TEST_F(Command, WhatDoesNotFitIsNeverRun) {
     char line[8] = "old";
     EXPECT_FALSE(format_command(line, sizeof line, "tool %d", 123));
     EXPECT_STREQ(line, "");
+    EXPECT_FALSE(format_command(line, sizeof line, "%x", 1u)) << "an unknown conversion";
+    EXPECT_FALSE(has_run(run_command(8, "tool abc")));
 }
 
 TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
@@ -45,6 +48,9 @@ TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
     EXPECT_EQ(run_program(missing, "/dev/console"), 127 << 8);
     EXPECT_EQ(rig::readFile("/dev/console"), "before\nsaid\ncomplained\n");
     const std::size_t descriptors = rig::openDescriptors();
+    const auto before = signal(SIGCHLD, SIG_IGN); // nobody to wait for
+    EXPECT_EQ(run_program(hostile, "/dev/console"), -1);
+    signal(SIGCHLD, before);
     const rig::Fault noProcess(rig::Call::kFork, 1);
     EXPECT_EQ(run_program(missing, "/dev/console"), -1);
     EXPECT_EQ(rig::openDescriptors(), descriptors);

@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <cstring>
+#include <filesystem>
 #include <regex>
 
 namespace {
@@ -56,6 +57,10 @@ TEST_F(AppDetail, ADeviceAndItsApplicationsAreReadFromTheDevicesSection) {
     EXPECT_THAT(printed(kSection + "dev_type_id : 52\napp_count : 7\n" + kOther),
                 testing::ContainsRegex(
                     "\ndev_type_id: 0\n(.*\n)*trend_dev_type_id: 0\n(.*\n)*app_count: 1\n"));
+    devAppNode *none = nullptr;
+    EXPECT_EQ(removeAllAppNodes(&none), -1);
+    std::filesystem::remove("/tmp/iqos_detail");
+    EXPECT_EQ(getIQoSDetailBymac(nullptr, "") + getIQoSAppListBymac(nullptr, ""), 0);
 }
 
 } // namespace

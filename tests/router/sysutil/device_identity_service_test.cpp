@@ -41,6 +41,10 @@ TEST_F(DeviceIdentityService, ATextThatNamesNoFactsFileOpensNothing) {
         EXPECT_EQ(getDhcpInfoByMac(text, &out), -1) << text;
         EXPECT_STREQ(out.vendor, "");
     }
+    EXPECT_EQ(getDhcpInfoByMac(nullptr, nullptr), -1);
+    unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
+    getMacByString("02:00:00:00:00", mac);
+    EXPECT_THAT(mac, testing::Each(0));
 }
 
 TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {

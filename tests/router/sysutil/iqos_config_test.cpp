@@ -51,4 +51,8 @@ TEST_F(IqosConfig, AMissingFileIsMadeAndItsCopyIsWhatIsMissed) {
     const auto run = [] { EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1); };
     EXPECT_EQ(rig::standardError(run), "fopen IQOS_TMP_QOS_CONF_PATH: No such file or directory\n");
     EXPECT_EQ(rig::readFile(kConfig), "");
+    EXPECT_EQ(is_iqos_manual_priority(nullptr), 0);
+    std::filesystem::remove(kConfig);
+    EXPECT_EQ(rig::standardError([] { EXPECT_EQ(is_iqos_manual_priority(macOf(1)), 0); }),
+              "fopen /tmp/trend/qos.conf: No such file or directory\n");
 }
