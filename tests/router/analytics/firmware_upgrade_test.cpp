@@ -7,7 +7,7 @@
 class FirmwareUpgrade : public rig::Fixture {};
 
 TEST_F(FirmwareUpgrade, AReportIsFinishedOnceAndOnlyAfterAStart) {
-    ra_set_check_fw_report(2);
+    EXPECT_EQ(ra_set_check_fw_report(2), 0);
     ra_report_fw_upgrade_finish();
     EXPECT_EQ(rig::setting("aws_fw_report_done"), "");
     ra_report_fw_upgrade_start();

@@ -26,7 +26,7 @@ TEST(GroupRetry, TicksCountInRetryModeAndALimitThatWasLoweredIsPassedBy) {
         {{1, 0, 0, 2}, {1, 0, 0, 2}}, {{0, 3, 2, 2}, {0, 1, 2, 0}}, {{0, 0, 1, 3}, {0, 0, 1, 4}}};
     for (const auto &[before, after] : rows) {
         g_group_retry[4] = std::bit_cast<group_retry>(before);
-        set_group_retry_counter(3);
+        EXPECT_EQ(set_group_retry_counter(3), 0);
         EXPECT_EQ(std::bit_cast<Counters>(g_group_retry[4]), after);
     }
     g_group_retry[4] = {0, 0, 1, UINT32_MAX};

@@ -31,7 +31,7 @@ TrafficUsageDEntry *addEntry(int active, double down, double up) {
 }
 
 void save(const TrafficInfo &record) {
-    saveTrafficInfo2Buf(&record);
+    EXPECT_EQ(saveTrafficInfo2Buf(&record), 0);
 }
 
 } // namespace
@@ -44,7 +44,7 @@ TEST_F(RecordBuffer, TakesInactiveEntriesThatHoldTrafficAndNoOthers) {
     addEntry(0, -5, 0);
     TrafficUsageDEntry *upload = addEntry(0, 0, 7);
     addEntry(0, 8, 0);
-    updateTrafficBuffer();
+    EXPECT_EQ(updateTrafficBuffer(), 0);
     updateTrafficBuffer(); // once recorded, never again
     EXPECT_THAT(occupied(),
                 ElementsAre("Video 500-1000 500s up 7 down 0", "Video 500-1000 500s up 0 down 8"));
@@ -60,6 +60,7 @@ TEST_F(RecordBuffer, FillsFreedSlotsLosesTheRecordThatFindsNoneAndIsEmptyForTheN
     save(record(500));
     EXPECT_EQ(trafficBuffer[7].trafficStartTime, 500u);
     save(record(500));
+    EXPECT_EQ(dumpEntry() + dumpMemoryBuffer(), 0);
     addEntry(0, 1, 1);
     addEntry(0, 2, 2);
     updateTrafficBuffer();

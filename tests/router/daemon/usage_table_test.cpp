@@ -110,6 +110,10 @@ TEST_F(UsageTable, ADumpShowsEveryFieldOfEveryEntry) {
                   "current_downloadBandwidth: 71\naccu_downloadBandWidth: 8\n"
                   "duration: 500\nidleTimes: 2\nactive: 0\n" +
                   rule + title("end", 27));
+    for (entry.typeId = 0; entry.typeId < 300; ++entry.typeId) // more than are kept in mind
+        EXPECT_EQ(addNewEntry2TrafficUsageDTable(&entry), 0);
+    rig::standardOutput([] { EXPECT_EQ(dumpTrafficUsageDTable(), 0); });
+    EXPECT_EQ(removeUntrackedTrafficUsageDEntry(2000) + freeTrafficUsageDTable(), 0);
 }
 
 TEST_F(UsageTable, WithoutAnEntryNothingIsDoneAndNothingHolds) {

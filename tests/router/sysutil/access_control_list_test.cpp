@@ -33,7 +33,7 @@ TEST_F(AccessControlList, ASetterWritesItsOwnFieldAndAppendsWhatIsNotListed) {
 
 TEST_F(AccessControlList, TheLastEntryTakesTheDeletedOnesPlace) {
     fill(3, 30);
-    del_ac_mac_entry(macOf(0));
+    EXPECT_EQ(del_ac_mac_entry(macOf(0)) + del_ac_mac_entry(macOf(99)), 0);
     EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000002 1 -1 30 ");
     EXPECT_EQ(describe(ac_mac_list[2]), "000000000000 -1 -1 30 "); // its order stays
     ac_mac_list[1] = ac_mac_list[0];
@@ -70,9 +70,9 @@ TEST_F(AccessControlList, TheCounterIsRescaledAtItsLimit) {
     fill(2, 511);
     ac_mac_list[1].order = 70000;
     acl_rule_curr_order = 65534;
-    inc_acl_mac_curr_order();
+    EXPECT_EQ(inc_acl_mac_curr_order(), 0);
     EXPECT_EQ(acl_rule_curr_order, 65535);
-    inc_acl_mac_curr_order();
+    EXPECT_EQ(inc_acl_mac_curr_order(), 0);
     EXPECT_EQ(acl_rule_curr_order, 136);
     EXPECT_EQ(ac_mac_list[0].order, 0);
 }
