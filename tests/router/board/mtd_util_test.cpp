@@ -45,6 +45,7 @@ TEST_F(Mtd, OpenTakesTheFirstPartitionOfTheNameAndNoOther) {
         {"dev: name\nmtd0: \"boot\"\nmtd4: \"board_data\"\nmtd0: \"board_data\"\n", true},
         {" mtd4: \"board_data\"\nmtd4 \"board_data\"\nmtd: \"board_data\"\n", false},
         {"mtd99999999994: \"board_data\"\nmtd-4: \"board_data\"\n", false},
+        {"mtd4: " + std::string(4077, 'x') + "\"board_data\"\n", true}, // a line of 4,095
         {"mtd4: " + std::string(4089, 'x') + "\"board_data\"\n", false}};
     for (const auto &[list, opens] : rows) {
         rig::writeFile("/proc/mtd", list);
