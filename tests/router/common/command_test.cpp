@@ -1,10 +1,13 @@
 #include "common/command.h"
 
+#include "common/file.h"
 #include "support/faults.h"
 #include "support/fixture.h"
 
 #include <climits>
 #include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 
 using testing::ElementsAre;
 
@@ -65,4 +68,16 @@ TEST_F(Command, WhatItPrintsFollowsWhatWasPrintedBefore) {
                   run_program(echo, "/dev/absent");
               }),
               "1 2\n3 4\n");
+}
+
+TEST_F(Command, ADescriptorIsClosedWhateverItsNumber) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO); // as in a daemon: the next one opened has its number
+    {
+        const Descriptor first(open("/dev/null", O_RDONLY));
+        EXPECT_EQ(first.get(), STDIN_FILENO);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    dup2(input, STDIN_FILENO);
+    close(input);
 }
