@@ -35,53 +35,29 @@ static int fails(const char *kind, int error) {
     return 1;
 }
 
-void *malloc(size_t size) {
-    return fails("allocate", ENOMEM) ? NULL : REAL(malloc)(size);
-}
+#define FAULTY(result, name, parameters, arguments, kind, error, failure) \
+    result name parameters {                                              \
+        return fails(kind, error) ? failure : REAL(name) arguments;       \
+    }
 
-void *calloc(size_t count, size_t size) {
-    return fails("allocate", ENOMEM) ? NULL : REAL(calloc)(count, size);
-}
-
-static int open_unless_it_fails(int (*real)(const char *, int, ...), const char *path, int flags,
-                                va_list arguments) {
-    const unsigned int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned int) : 0;
-    return fails("open", EMFILE) ? -1 : real(path, flags, mode);
-}
+FAULTY(void *, malloc, (size_t size), (size), "allocate", ENOMEM, NULL)
+FAULTY(void *, calloc, (size_t count, size_t size), (count, size), "allocate", ENOMEM, NULL)
+FAULTY(FILE *, fopen, (const char *path, const char *mode), (path, mode), "open", EMFILE, NULL)
+FAULTY(ssize_t, pread, (int file, void *data, size_t size, off_t at), (file, data, size, at),
+       "read", EIO, -1)
+FAULTY(ssize_t, pwrite, (int file, const void *data, size_t size, off_t at), (file, data, size, at),
+       "write", ENOSPC, -1)
+FAULTY(int, fdatasync, (int file), (file), "write", EIO, -1)
+FAULTY(int, ftruncate, (int file, off_t size), (file, size), "write", ENOSPC, -1)
+FAULTY(void *, mmap, (void *at, size_t size, int protection, int flags, int file, off_t offset),
+       (at, size, protection, flags, file, offset), "map", ENOMEM, MAP_FAILED)
+FAULTY(int, daemon, (int keep_folder, int keep_output), (keep_folder, keep_output), "fork", EAGAIN,
+       -1)
 
 int open(const char *path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
-    const int descriptor = open_unless_it_fails(REAL(open), path, flags, arguments);
+    const unsigned int mode = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned int) : 0;
     va_end(arguments);
-    return descriptor;
-}
-
-FILE *fopen(const char *path, const char *mode) {
-    return fails("open", EMFILE) ? NULL : REAL(fopen)(path, mode);
-}
-
-ssize_t pread(int descriptor, void *data, size_t size, off_t at) {
-    return fails("read", EIO) ? -1 : REAL(pread)(descriptor, data, size, at);
-}
-
-ssize_t pwrite(int descriptor, const void *data, size_t size, off_t at) {
-    return fails("write", ENOSPC) ? -1 : REAL(pwrite)(descriptor, data, size, at);
-}
-
-int fdatasync(int descriptor) {
-    return fails("write", EIO) ? -1 : REAL(fdatasync)(descriptor);
-}
-
-int ftruncate(int descriptor, off_t size) {
-    return fails("write", ENOSPC) ? -1 : REAL(ftruncate)(descriptor, size);
-}
-
-void *mmap(void *at, size_t size, int protection, int flags, int file, off_t offset) {
-    return fails("map", ENOMEM) ? MAP_FAILED
-                                : REAL(mmap)(at, size, protection, flags, file, offset);
-}
-
-int daemon(int keep_folder, int keep_output) {
-    return fails("fork", EAGAIN) ? -1 : REAL(daemon)(keep_folder, keep_output);
+    return fails("open", EMFILE) ? -1 : REAL(open)(path, flags, mode);
 }

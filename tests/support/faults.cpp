@@ -13,7 +13,6 @@
 #include <optional>
 #include <set>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,18 +36,6 @@ std::atomic<std::size_t> &count() {
         mmap(nullptr, sizeof(std::atomic<std::size_t>), PROT_READ | PROT_WRITE,
              MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     return *shared;
-}
-
-struct BadPages {
-    ino_t file;
-    off_t from;
-};
-std::optional<BadPages> badPages;
-
-bool touchesBadPages(int descriptor, off_t end) {
-    struct stat status;
-    return badPages && fstat(descriptor, &status) == 0 && status.st_ino == badPages->file &&
-           end > badPages->from;
 }
 
 // Counts a call. Whether it has to fail, with errno set.
@@ -107,16 +94,6 @@ bool Fault::hasHappened() const {
     return count() >= plan->n;
 }
 
-ReadError::ReadError(const char *path, off_t at) {
-    struct stat status {};
-    EXPECT_EQ(stat(path, &status), 0);
-    badPages = {status.st_ino, at};
-}
-
-ReadError::~ReadError() {
-    badPages.reset();
-}
-
 } // namespace rig
 
 using rig::Call;
@@ -124,76 +101,55 @@ using rig::fails;
 using rig::streamFails;
 
 // The linker sends every call of a name here instead, and leaves the call itself as __real_name.
-#define INTERPOSE(result, name, ...)   \
-    result __real_##name(__VA_ARGS__); \
-    result __wrap_##name(__VA_ARGS__); \
-    result __wrap_##name(__VA_ARGS__)
+#define INTERPOSE(result, name, parameters) \
+    result __real_##name parameters;        \
+    result __wrap_##name parameters;        \
+    result __wrap_##name parameters
+
+// A call that is what it was until its turn has come.
+#define FAULTY(result, name, parameters, arguments, turn, failure) \
+    INTERPOSE(result, name, parameters) {                          \
+        return turn ? failure : __real_##name arguments;           \
+    }
 
 extern "C" {
-INTERPOSE(void *, malloc, std::size_t size) {
-    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_malloc(size);
-}
+FAULTY(void *, malloc, (std::size_t size), (size), fails(Call::kAllocate, ENOMEM), nullptr)
+FAULTY(void *, calloc, (std::size_t count, std::size_t size), (count, size),
+       fails(Call::kAllocate, ENOMEM), nullptr)
+FAULTY(char *, strdup, (const char *text), (text), fails(Call::kAllocate, ENOMEM), nullptr)
+FAULTY(void *, mmap,
+       (void *at, std::size_t size, int protection, int flags, int file, off_t offset),
+       (at, size, protection, flags, file, offset), fails(Call::kAllocate, ENOMEM), MAP_FAILED)
+FAULTY(FILE *, fopen, (const char *path, const char *mode), (path, mode),
+       fails(Call::kOpen, EMFILE), nullptr)
+// What may follow the two that are always there is passed like any other.
+FAULTY(int, open, (const char *path, int flags, unsigned int mode), (path, flags, mode),
+       fails(Call::kOpen, EMFILE), -1)
+FAULTY(int, socket, (int domain, int type, int protocol), (domain, type, protocol),
+       fails(Call::kOpen, EMFILE), -1)
+FAULTY(ssize_t, read, (int file, void *data, std::size_t size), (file, data, size),
+       fails(Call::kRead, EIO), -1)
+FAULTY(ssize_t, pread, (int file, void *data, std::size_t size, off_t at), (file, data, size, at),
+       fails(Call::kRead, EIO), -1)
+FAULTY(char *, fgets, (char *line, int size, FILE *stream), (line, size, stream),
+       streamFails(Call::kRead, EIO, stream), nullptr)
+FAULTY(std::size_t, fread, (void *data, std::size_t size, std::size_t count, FILE *stream),
+       (data, size, count, stream), streamFails(Call::kRead, EIO, stream), 0)
+FAULTY(ssize_t, write, (int file, const void *data, std::size_t size), (file, data, size),
+       fails(Call::kWrite, ENOSPC), -1)
+FAULTY(int, fputs, (const char *text, FILE *stream), (text, stream),
+       streamFails(Call::kWrite, ENOSPC, stream), EOF)
+FAULTY(int, fflush, (FILE * stream), (stream),
+       stream != nullptr && streamFails(Call::kWrite, ENOSPC, stream), EOF)
+FAULTY(int, ftruncate, (int file, off_t size), (file, size), fails(Call::kWrite, EIO), -1)
+FAULTY(int, ioctl, (int device, unsigned long request, void *argument), (device, request, argument),
+       fails(Call::kIoctl, EIO), -1)
+FAULTY(pid_t, fork, (), (), fails(Call::kFork, EAGAIN), -1)
+FAULTY(int, execvp, (const char *file, char *const arguments[]), (file, arguments),
+       fails(Call::kExecute, ENOENT), -1)
+FAULTY(int, ferror, (FILE * stream), (stream), rig::failedStreams.contains(stream), 1)
 
-INTERPOSE(void *, calloc, std::size_t count, std::size_t size) {
-    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_calloc(count, size);
-}
-
-INTERPOSE(char *, strdup, const char *text) {
-    return fails(Call::kAllocate, ENOMEM) ? nullptr : __real_strdup(text);
-}
-
-INTERPOSE(void *, mmap, void *at, std::size_t size, int protection, int flags, int file,
-          off_t offset) {
-    EXPECT_FALSE(rig::touchesBadPages(file, offset + static_cast<off_t>(size))) << "mapped";
-    return fails(Call::kAllocate, ENOMEM) ? MAP_FAILED
-                                          : __real_mmap(at, size, protection, flags, file, offset);
-}
-
-INTERPOSE(FILE *, fopen, const char *path, const char *mode) {
-    return fails(Call::kOpen, EMFILE) ? nullptr : __real_fopen(path, mode);
-}
-
-INTERPOSE(int, open, const char *path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const auto mode = va_arg(arguments, unsigned int);
-    va_end(arguments);
-    return fails(Call::kOpen, EMFILE) ? -1 : __real_open(path, flags, mode);
-}
-
-INTERPOSE(int, socket, int domain, int type, int protocol) {
-    return fails(Call::kOpen, EMFILE) ? -1 : __real_socket(domain, type, protocol);
-}
-
-INTERPOSE(ssize_t, read, int descriptor, void *data, std::size_t size) {
-    return fails(Call::kRead, EIO) ? -1 : __real_read(descriptor, data, size);
-}
-
-INTERPOSE(ssize_t, pread, int descriptor, void *data, std::size_t size, off_t at) {
-    if (rig::touchesBadPages(descriptor, at + static_cast<off_t>(size))) {
-        errno = EIO;
-        return -1;
-    }
-    return fails(Call::kRead, EIO) ? -1 : __real_pread(descriptor, data, size, at);
-}
-
-INTERPOSE(char *, fgets, char *line, int size, FILE *stream) {
-    return streamFails(Call::kRead, EIO, stream) ? nullptr : __real_fgets(line, size, stream);
-}
-
-INTERPOSE(std::size_t, fread, void *data, std::size_t size, std::size_t count, FILE *stream) {
-    return streamFails(Call::kRead, EIO, stream) ? 0 : __real_fread(data, size, count, stream);
-}
-
-INTERPOSE(ssize_t, write, int descriptor, const void *data, std::size_t size) {
-    return fails(Call::kWrite, ENOSPC) ? -1 : __real_write(descriptor, data, size);
-}
-
-INTERPOSE(int, fputs, const char *text, FILE *stream) {
-    return streamFails(Call::kWrite, ENOSPC, stream) ? EOF : __real_fputs(text, stream);
-}
-
-INTERPOSE(int, fprintf, FILE *stream, const char *format, ...) {
+INTERPOSE(int, fprintf, (FILE * stream, const char *format, ...)) {
     if (streamFails(Call::kWrite, ENOSPC, stream))
         return -1;
     va_list arguments;
@@ -203,25 +159,12 @@ INTERPOSE(int, fprintf, FILE *stream, const char *format, ...) {
     return length;
 }
 
-INTERPOSE(int, fflush, FILE *stream) {
-    return stream != nullptr && streamFails(Call::kWrite, ENOSPC, stream) ? EOF
-                                                                          : __real_fflush(stream);
-}
-
-INTERPOSE(int, ftruncate, int descriptor, off_t size) {
-    return fails(Call::kWrite, EIO) ? -1 : __real_ftruncate(descriptor, size);
-}
-
-INTERPOSE(int, ferror, FILE *stream) {
-    return rig::failedStreams.contains(stream) ? 1 : __real_ferror(stream);
-}
-
-INTERPOSE(int, close, int descriptor) {
-    const int result = __real_close(descriptor);
+INTERPOSE(int, close, (int file)) {
+    const int result = __real_close(file);
     return fails(Call::kClose, EIO) ? -1 : result;
 }
 
-INTERPOSE(int, fclose, FILE *stream) {
+INTERPOSE(int, fclose, (FILE * stream)) {
     const bool failed = rig::failedStreams.erase(stream) != 0;
     const int result = __real_fclose(stream);
     if (failed)
@@ -229,26 +172,10 @@ INTERPOSE(int, fclose, FILE *stream) {
     return failed || fails(Call::kClose, EIO) ? EOF : result;
 }
 
-INTERPOSE(int, ioctl, int descriptor, unsigned long request, ...) {
-    va_list arguments;
-    va_start(arguments, request);
-    void *argument = va_arg(arguments, void *);
-    va_end(arguments);
-    return fails(Call::kIoctl, EIO) ? -1 : __real_ioctl(descriptor, request, argument);
-}
-
-INTERPOSE(pid_t, fork) {
-    return fails(Call::kFork, EAGAIN) ? -1 : __real_fork();
-}
-
-INTERPOSE(int, system, const char *command) {
+INTERPOSE(int, system, (const char *command)) {
     if (fails(Call::kFork, EAGAIN))
         return -1;
     return fails(Call::kExecute, ENOENT) ? 127 << 8 : __real_system(command);
-}
-
-INTERPOSE(int, execvp, const char *file, char *const arguments[]) {
-    return fails(Call::kExecute, ENOENT) ? -1 : __real_execvp(file, arguments);
 }
 }
 

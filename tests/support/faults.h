@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <functional>
 #include <string>
-#include <sys/types.h>
 
 namespace rig {
 
@@ -29,16 +28,6 @@ class Fault {
     ~Fault();
 
     [[nodiscard]] bool hasHappened() const;
-};
-
-// While it lives, the pages of this file that hold the byte at this offset, and those behind it,
-// can't be read: not as a file, and not through a mapping.
-class ReadError {
-  public:
-    ReadError(const char *path, off_t at);
-    ReadError(const ReadError &) = delete;
-    ReadError &operator=(const ReadError &) = delete;
-    ~ReadError();
 };
 
 // What the process holds; where the system's allocator counts it (no sanitizer), to within the

@@ -3,6 +3,8 @@
 #include "support/engine_fake.h"
 #include "support/fixture.h"
 
+#include <array>
+
 class DeviceLookup : public rig::Fixture {};
 
 TEST_F(DeviceLookup, AClientsDetailComesFromItsUserRecordUnlessThatIsInTheLastSlot) {
@@ -23,7 +25,8 @@ TEST_F(DeviceLookup, AClientsDetailComesFromItsUserRecordUnlessThatIsInTheLastSl
     EXPECT_EQ(lookUp(1), "device_type: unknown, device_name: Unknown, vendor_name: unknown\n");
     EXPECT_EQ(lookUp(63), "device_type: Phone, device_name: Other, vendor_name: Vendor\n");
     EXPECT_EQ(detail.dev_id, 7u);
-    EXPECT_STREQ(detail.vendor_name, "Vendor");
+    EXPECT_EQ(std::string(detail.device_type) + detail.device_name + detail.vendor_name,
+              "PhoneOtherVendor");
     engine.users[0].available = 0;
     EXPECT_EQ(lookUp(2), "");
 
@@ -47,4 +50,9 @@ TEST_F(DeviceLookup, TheReportIsWantedOnlyWhereReportingAppliesAndRemovedWhenItI
     EXPECT_TRUE(rig::fileExists(TRAFFIC_USAGE_REPORT_FILE));
     EXPECT_EQ(isWanted("0", "NA"), 0);
     EXPECT_FALSE(rig::fileExists(TRAFFIC_USAGE_REPORT_FILE));
+    for (const auto &[board, revision] :
+         {std::pair{"B34K810A00", "V1"}, {"B34K810A50", "QorvoCostDown"}, {"B34K810A5", ""}}) {
+        rig::setSetting("hw_rev", board);
+        EXPECT_STREQ(get_hwRevision(std::array<char, 14>().data()), revision);
+    }
 }

@@ -7,7 +7,7 @@
 class FirmwareUpgrade : public rig::Fixture {};
 
 TEST_F(FirmwareUpgrade, AReportIsFinishedOnceAndOnlyAfterAStart) {
-    ra_set_check_fw_report(2);
+    EXPECT_EQ(ra_set_check_fw_report(2), 0);
     ra_report_fw_upgrade_finish();
     EXPECT_EQ(rig::setting("aws_fw_report_done"), "");
     ra_report_fw_upgrade_start();
@@ -29,6 +29,10 @@ TEST_F(FirmwareUpgrade, AnEventTypeIsKnownByItsBeginningAndAResultWhole) {
     for (const auto &[value, label] : rows) {
         rig::setSetting("aws_fw_event_type", value);
         EXPECT_STREQ(get_fw_upgarade_event_type(std::array<char, 12>().data()), label);
+    }
+    for (const auto &[setting, text] : {std::pair{"Triggerd", "Triggerd"}, {"x", "Not trigger"}}) {
+        rig::setSetting("aws_fw_upgarade_triggered", setting);
+        EXPECT_STREQ(get_fw_upgarade_triggered(std::array<char, 12>().data()), text);
     }
     for (const char *value : {"Fileinfo download fail", "no error"}) {
         rig::setSetting("aws_fw_check_result", value);

@@ -36,8 +36,7 @@ class GroupPublish : public rig::Fixture {
         rig::setTime(1704438489); // 2024/1/5 07:08:09
         for (auto &retry : g_group_retry)
             retry = {};
-        ra_set_root_dir(kRoot.c_str());
-        ra_set_awsiot_cert_opt(-3);
+        EXPECT_EQ(ra_set_root_dir(kRoot.c_str()) + ra_set_awsiot_cert_opt(-3), 0);
         use("IoT");
     }
 
@@ -68,7 +67,7 @@ TEST_F(GroupPublish, AnIotPublicationPrintsRunsLogsAndBacksUpInOrder) {
     publisherSays("hello\nPublish done\n");
     rig::setSetting("aws_json_backup", "1");
     rig::writeFile("/tmp/aws_json_dir/aws_Z5150.json", "backup");
-    ra_set_json_timestamp(std::array{2024, 1, 5}.data(), std::array{7, 8, 9}.data());
+    EXPECT_EQ(ra_set_json_timestamp(std::array{2024, 1, 5}.data(), std::array{7, 8, 9}.data()), 0);
     const std::string backup = "aws_Z5150.json_20240105-070809";
     EXPECT_EQ(send(3, 42), "42\n[awsiot]LD_LIBRARY_PATH=/usr/share " + kRoot + "/awsiotpub -i '" +
                                id + "' -f " + reportPath(3) + " -t \"analytics/\" -o -3 >" +
@@ -111,6 +110,10 @@ TEST_F(GroupPublish, TheTwoPublishersSettleGroupsDifferently) {
         {"MCS", "fine", 1, "0", "0/3/1/5 0 1 77 x"},
         {"MCS", "fine", 2, "0", "0/3/1/5 0 0 77 x"},
         {"MCS", "fine", 4, "0", "0/3/1/5 1 1 77 x"},
+        {"MCS", "", 2, "0", "3/3/1/5 0 1 77 x"}, // says nothing
+        {"MCS", "curl: Couldn't resolve host", 2, "0", "0/3/1/5 0 0 77 x"},
+        {"IoT", "x ERRORS x\nPublish done", 2, "0", "3/0/0/5 0 0 77 1"},
+        {"IoT", "\xff\1\n\nPublish done\nERROR", 2, "0", "0/0/0/5 0 0 77 x"},
         {"MCS", "X-Error", 2, "0", "0/3/1/5 0 0 77 x"},
         {"MCS", "X-Error", 1, "0", "0/3/1/5 0 1 77 x"},
     };

@@ -23,4 +23,9 @@ TEST_F(Housekeeping, AFileIsRemovedOnceItHasReachedTheLimit) {
     }
     EXPECT_EQ(rig::readFile("/tmp/ra_debug_log.txt"),
               "kept\n[2024/1/5 09:08:09]Remove /tmp/a b.log log\n");
+    EXPECT_EQ(check_event_file_exists_or_not("/tmp/e f") + create_event_file("/tmp/e f"), 0);
+    EXPECT_EQ(check_event_file_exists_or_not("/tmp/e f"), 1);
+    const std::string longest = "/tmp/" + std::string(113, 'e'); // of a command's 127 characters
+    EXPECT_EQ(create_event_file(longest.c_str()), 0);
+    EXPECT_EQ(create_event_file((longest + "e").c_str()), -1);
 }

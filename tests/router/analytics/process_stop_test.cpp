@@ -53,6 +53,11 @@ TEST_F(ProcessStop, EverythingIsStoppedInOrder) {
                             "/opt/bitdefender/bin/bd stop", "ps"));
     for (const char *path : removed)
         EXPECT_FALSE(rig::fileExists(path)) << path;
+    EXPECT_EQ(rig::sleptSeconds(), 1u + 3);
+    std::filesystem::remove("/proc/mounts"); // is waited for
+    rig::writeFile(removed[4], "");
+    rig::standardOutput([] { stop_process(); });
+    EXPECT_EQ(rig::sleptSeconds(), 4u + 1 + 3 + 5);
 }
 
 TEST_F(ProcessStop, ItRunsOnlyForATriggeredUpgradeAndPassesByWhatIsNotInstalled) {

@@ -20,7 +20,7 @@ TEST_F(ReportFile, ATextReplacesTheWholeFileWhichIsEchoed) {
 
 TEST_F(ReportFile, ConnectionFactsHaveThreeSlotsAndOneIndexThatClearsThem) {
     for (const unsigned int index : {0u, 1u, 2u, 4u, UINT_MAX})
-        ra_set_internet_connection_info(index, 7);
+        EXPECT_EQ(ra_set_internet_connection_info(index, 7), 0);
     for (const unsigned int index : {0u, 1u, 2u, 3u, UINT_MAX})
         EXPECT_EQ(ra_get_internet_connection_info(index), index < 3 ? 7 : 0);
     ra_set_internet_connection_info(3, 99);

@@ -6,8 +6,9 @@ using BoardChecksum = rig::Fixture;
 
 TEST_F(BoardChecksum, TheSumsAreFoldedWithTheirCarries) {
     const std::vector<unsigned char> data(5000, 0xFE);
-    calculate_checksum(CHECKSUM_START, nullptr, 0);
-    calculate_checksum(CHECKSUM_ADD, data.data(), 5000);
+    EXPECT_EQ(calculate_checksum(CHECKSUM_START, nullptr, 0), 1u);
+    EXPECT_EQ(calculate_checksum(CHECKSUM_ADD, data.data(), 5000), 1u);
+    EXPECT_EQ(calculate_checksum(CHECKSUM_FINISH + 1, nullptr, 0), 1u);
     EXPECT_EQ(calculate_checksum(CHECKSUM_FINISH, nullptr, 0), 0x15816103u);
 }
 

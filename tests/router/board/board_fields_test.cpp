@@ -1,4 +1,5 @@
 #include "board/bd_util.h"
+#include "board/mtd_util.h"
 
 #include "router/board/flash_sim.h"
 #include "support/fixture.h"
@@ -14,6 +15,54 @@ TEST_F(BoardFields, AReaderIsBoundedByItsSize) {
     EXPECT_STREQ(out.data(), "oo");
     EXPECT_EQ(bd_read_sn(out.data(), -1), -1);
     EXPECT_EQ(bd_read_board_id(out.data(), 0), -1);
+    EXPECT_EQ(bd_read_board_id(out.data(), 1), 0);
+    EXPECT_STREQ(out.data(), "");
+    EXPECT_EQ(bd_read_sn(out.data(), 0), 0);
+}
+
+TEST_F(BoardFields, WithoutATextOrAPlaceForOneNothingIsDone) {
+    const rig::FlashSim flash(0x10000);
+    std::vector<unsigned char> block(BOARD_DATA_SIZE);
+    unsigned char mac[6] = {};
+    char text[9] = "";
+    uint32_t length = 0;
+    for (const int result : {bd_read_sn(nullptr, 1),
+                             bd_write_sn(nullptr),
+                             bd_read_eth_mac(nullptr, mac),
+                             bd_read_eth_mac(mac, nullptr),
+                             bd_write_eth_mac(nullptr, mac),
+                             bd_write_eth_mac(mac, nullptr),
+                             bd_read_pin(nullptr, 8),
+                             bd_read_pin(text, -1),
+                             bd_write_pin(nullptr),
+                             bd_read_ssid(nullptr, 9, 1),
+                             bd_read_ssid(text, 0, 1),
+                             bd_write_ssid(nullptr, 1),
+                             bd_read_record(0, text, &length, 8),
+                             bd_read_record(5, text, &length, 8),
+                             bd_read_record(1, nullptr, &length, 8),
+                             bd_read_record(1, text, nullptr, 8),
+                             bd_read_record_2(0, text, block.data(), &length, 8),
+                             bd_read_record_2(1, nullptr, block.data(), &length, 8),
+                             bd_read_record_2(1, text, nullptr, &length, 8),
+                             bd_read_record_2(1, text, block.data(), nullptr, 8),
+                             bd_write_record(0, text, 1),
+                             bd_write_record(5, text, 1),
+                             bd_write_record(1, nullptr, 1),
+                             bd_write_record(1, text, -1),
+                             bd_write_record_2(0, text, block.data(), 1),
+                             bd_write_record_2(1, nullptr, block.data(), 1),
+                             bd_write_record_2(1, text, nullptr, 1),
+                             bd_write_record_2(1, text, block.data(), -1),
+                             read_mtd_data(nullptr, rig::kFlashDevice),
+                             read_mtd_data(block.data(), nullptr),
+                             read_mtd_data(block.data(), "/none"),
+                             mtd_write(nullptr, mac, 1),
+                             mtd_write(rig::kFlashDevice, nullptr, 1),
+                             mtd_open(nullptr, 0),
+                             cal_st_chksum(0, nullptr)})
+        EXPECT_EQ(result, -1);
+    EXPECT_EQ(flash.contents(), rig::kOldFlash);
 }
 
 TEST_F(BoardFields, TheAddressesAreKept) {

@@ -12,7 +12,7 @@
 namespace rig {
 
 constexpr const char *kFlashDevice = "/dev/mtd4";
-constexpr std::uint32_t kFlashSize = 0x80000;
+constexpr std::uint32_t kFlashSize = 0x40000;
 // What a new flash holds.
 inline const std::string kOldFlash(kFlashSize, 'o');
 

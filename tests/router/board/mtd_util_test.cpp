@@ -5,7 +5,9 @@
 #include "support/faults.h"
 #include "support/fixture.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -43,6 +45,7 @@ TEST_F(Mtd, OpenTakesTheFirstPartitionOfTheNameAndNoOther) {
         {"dev: name\nmtd0: \"boot\"\nmtd4: \"board_data\"\nmtd0: \"board_data\"\n", true},
         {" mtd4: \"board_data\"\nmtd4 \"board_data\"\nmtd: \"board_data\"\n", false},
         {"mtd99999999994: \"board_data\"\nmtd-4: \"board_data\"\n", false},
+        {"mtd4: " + std::string(4077, 'x') + "\"board_data\"\n", true}, // a line of 4,095
         {"mtd4: " + std::string(4089, 'x') + "\"board_data\"\n", false}};
     for (const auto &[list, opens] : rows) {
         rig::writeFile("/proc/mtd", list);
@@ -94,8 +97,8 @@ TEST_F(Mtd, AnImageThatIsTooShortOrUnreadableIsNotTaken) {
     rig::writeFile("/dev/mtdblock9", std::string(MTD_IMAGE_SIZE - 1, 'i'));
     EXPECT_EQ(read_mtd_data(image.data(), "/dev/mtdblock9"), -1);
     rig::writeFile("/dev/mtdblock9", std::string(MTD_IMAGE_SIZE, 'i'));
-    for (const off_t unreadable : {0, MTD_IMAGE_SIZE - 4096}) {
-        const rig::ReadError error("/dev/mtdblock9", unreadable);
+    for (const std::size_t page : {1, MTD_IMAGE_SIZE / 4096}) { // would kill through a mapping
+        const rig::Fault unreadable(rig::Call::kRead, page);
         const auto run = [&] { EXPECT_EQ(read_mtd_data(image.data(), "/dev/mtdblock9"), -1); };
         EXPECT_EQ(rig::standardError(run), "/dev/mtdblock9: Input/output error\n");
         EXPECT_TRUE(image == untouched);
@@ -119,48 +122,94 @@ const Operation kOperations[] = {{"mtd_erase", EIO, [] { return mtd_erase(rig::k
                                  {"bd_write_sku_info", -1, [] { return bd_write_sku_info(5); }},
                                  {"bd_write_ssid", -1, [] { return bd_write_ssid("name", 2); }}};
 
-// Fails one call of an operation that leaves this content when all goes well.
-void failCall(const Operation &operation, std::uint32_t eraseSize, std::size_t call, bool halfDone,
-              const std::string &good) {
-    rig::FlashSim flash(eraseSize);
+// NOR, which is locked, and two kinds of NAND.
+struct Geometry {
+    std::uint32_t eraseSize;
+    std::uint32_t pageSize;
+};
+constexpr Geometry kGeometries[] = {{kBlock64, 1}, {0x8000, 512}, {kBlock128, 2048}};
+
+// Fails one request of an operation, or all from there on as when the power goes; good is what the
+// operation leaves when all goes well. Gives whether there was such a request.
+bool failRequest(const Operation &operation, const Geometry &geometry, std::size_t call,
+                 bool forGood, bool halfDone, const std::string &good) {
+    rig::FlashSim flash(geometry.eraseSize);
+    flash.pageSize = geometry.pageSize;
+    flash.locks = geometry.pageSize == 1;
     flash.failingCall = call;
     flash.halfDone = halfDone;
+    flash.forGood = forGood;
     int result = 0;
     const std::string printed = rig::standardError([&] { result = operation.run(); });
-    const std::string &failed = flash.calls.at(call - 1);
+    const std::string failed = flash.calls.size() < call ? "none" : flash.calls[call - 1];
     SCOPED_TRACE(operation.name + (", " + failed));
     // As on chips without locks; and nothing hangs on what the closing read gives.
-    const bool ignored = failed.starts_with("unlock") || failed.starts_with("read");
+    const bool unlocking = failed.starts_with("unlock") && !flash.locks && !forGood;
+    const bool ignored = unlocking || failed == "none" || failed.starts_with("read");
     EXPECT_EQ(result, ignored ? 0 : operation.failure);
     EXPECT_EQ(printed, ignored ? "" : "/dev/mtd4: Input/output error\n");
     const std::size_t intact = ignored ? kFlashSize : flash.lastErase;
-    const std::size_t untouched = intact + (failed.starts_with("write") ? eraseSize : 0);
-    EXPECT_TRUE(flash.contents().starts_with(good.substr(0, intact)));
-    EXPECT_TRUE(flash.contents().substr(untouched) == kOldFlash.substr(untouched));
+    const std::size_t untouched = intact + (failed.starts_with("write") ? geometry.eraseSize : 0);
+    const std::string found = flash.contents();
+    EXPECT_TRUE(found.starts_with(good.substr(0, intact)));
+    EXPECT_TRUE(found.substr(untouched) == kOldFlash.substr(untouched));
+    char name[33] = "name";
+    flash.forGood = false;
+    EXPECT_TRUE(bd_read_ssid(name, sizeof name, 2) == -1 || strcmp(name, "name") == 0);
+    return failed != "none";
+}
+
+std::string afterwards(const Operation &operation, std::uint32_t eraseSize) {
+    const rig::FlashSim flash(eraseSize);
+    EXPECT_EQ(operation.run(), 0) << operation.name;
+    return flash.contents();
 }
 
 } // namespace
 
-TEST_F(Mtd, AFailureOfAnyCallIsReportedAndDamagesNothingBehindIt) {
-    for (const std::uint32_t eraseSize : {kBlock64, kBlock128}) {
-        for (const Operation &operation : kOperations) {
-            auto flash = std::make_optional<rig::FlashSim>(eraseSize);
-            ASSERT_EQ(operation.run(), 0) << operation.name;
-            const std::string good = flash->contents();
-            const std::size_t calls = flash->calls.size();
-            flash.reset();
-            for (std::size_t call = 1; call <= calls; ++call) {
-                failCall(operation, eraseSize, call, false, good);
-                failCall(operation, eraseSize, call, true, good);
+TEST_F(Mtd, AFailureOfAnyRequestIsReportedAndDamagesNothingBehindIt) {
+    for (const Operation &operation : kOperations) {
+        for (const Geometry &geometry : kGeometries) {
+            const std::string good = afterwards(operation, geometry.eraseSize);
+            for (const auto &[forGood, halfDone] :
+                 {std::pair{false, false}, {false, true}, {true, true}}) {
+                for (std::size_t call = 1;
+                     failRequest(operation, geometry, call, forGood, halfDone, good);)
+                    ++call;
             }
         }
     }
 }
 
-TEST_F(Mtd, AFailedOpenIsReported) {
+TEST_F(Mtd, AnyOtherFailureIsReportedAndTheFlashIsTheOldOneUnlessItWasErased) {
     for (const Operation &operation : kOperations) {
-        const rig::FlashSim flash(kBlock64);
-        ASSERT_EQ(unlink(rig::kFlashDevice), 0);
-        EXPECT_NE(operation.run(), 0) << operation.name;
+        const std::string good = afterwards(operation, kBlock64);
+        std::optional<rig::FlashSim> flash;
+        int result = 0;
+        const auto prepare = [&] {
+            flash.reset();
+            flash.emplace(kBlock64);
+        };
+        const auto check = [&](rig::Call) {
+            const auto isErase = [](auto &call) { return call.starts_with("erase"); };
+            const std::string found = rig::FlashSim::contents();
+            EXPECT_TRUE(result == 0
+                            ? found == good
+                            : found == kOldFlash || std::ranges::any_of(flash->calls, isErase))
+                << operation.name;
+        };
+        rig::failEveryCall(
+            prepare, [&] { result = operation.run(); }, check);
     }
+}
+
+TEST_F(Mtd, NandTakesWholePagesAndABadBlockStopsWhatComesToIt) {
+    rig::FlashSim flash(0x4000);
+    flash.pageSize = 512;
+    EXPECT_EQ(writePattern(700), -1);
+    EXPECT_EQ(writePattern(1024), 0);
+    flash.badBlock = 0x8000;
+    EXPECT_EQ(writePattern(0x10000), -1);
+    EXPECT_TRUE(flash.contents() == pattern(0x8000) + kOldFlash.substr(0x8000));
+    EXPECT_EQ(mtd_erase(rig::kFlashDevice), EIO);
 }

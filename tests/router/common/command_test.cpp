@@ -1,8 +1,13 @@
 #include "common/command.h"
 
+#include "common/file.h"
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <climits>
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 
 using testing::ElementsAre;
 
@@ -32,6 +37,8 @@ TEST_F(Command, WhatDoesNotFitIsNeverRun) {
     char line[8] = "old";
     EXPECT_FALSE(format_command(line, sizeof line, "tool %d", 123));
     EXPECT_STREQ(line, "");
+    EXPECT_FALSE(format_command(line, sizeof line, "%x", 1u)) << "an unknown conversion";
+    EXPECT_FALSE(has_run(run_command(8, "tool abc")));
 }
 
 TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
@@ -43,6 +50,13 @@ TEST_F(Command, AProgramGetsItsWordsWithoutAShellAndAppendsToAFileThatExists) {
     const char *const missing[] = {"no-such-program", nullptr};
     EXPECT_EQ(run_program(missing, "/dev/console"), 127 << 8);
     EXPECT_EQ(rig::readFile("/dev/console"), "before\nsaid\ncomplained\n");
+    const std::size_t descriptors = rig::openDescriptors();
+    const auto before = signal(SIGCHLD, SIG_IGN); // nobody to wait for
+    EXPECT_EQ(run_program(hostile, "/dev/console"), -1);
+    signal(SIGCHLD, before);
+    const rig::Fault noProcess(rig::Call::kFork, 1);
+    EXPECT_EQ(run_program(missing, "/dev/console"), -1);
+    EXPECT_EQ(rig::openDescriptors(), descriptors);
 }
 
 TEST_F(Command, WhatItPrintsFollowsWhatWasPrintedBefore) {
@@ -54,4 +68,16 @@ TEST_F(Command, WhatItPrintsFollowsWhatWasPrintedBefore) {
                   run_program(echo, "/dev/absent");
               }),
               "1 2\n3 4\n");
+}
+
+TEST_F(Command, ADescriptorIsClosedWhateverItsNumber) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO); // as in a daemon: the next one opened has its number
+    {
+        const Descriptor first(open("/dev/null", O_RDONLY));
+        EXPECT_EQ(first.get(), STDIN_FILENO);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    dup2(input, STDIN_FILENO);
+    close(input);
 }

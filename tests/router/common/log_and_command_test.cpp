@@ -3,8 +3,10 @@
 #include "support/fixture.h"
 
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tuple>
@@ -19,6 +21,7 @@ namespace {
 constexpr const char *kLogDevice = "/dev/aglog";
 
 int writes;
+std::string traced;
 
 // What stands in the log afterwards.
 std::string writeLog(const std::string &text, int length, int type) {
@@ -31,6 +34,16 @@ std::string writeLog(const std::string &text, int length, int type) {
 }
 
 } // namespace
+
+// A program's own.
+extern "C" void trace(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    char text[2048];
+    vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    traced += text;
+}
 
 extern "C" ssize_t write(int descriptor, const void *data, std::size_t size) {
     ++writes;
@@ -61,15 +74,29 @@ TEST_F(LogAndCommand, TheFilterMaskReachesTheLogDevice) {
     });
     rig::writeFile(kLogDevice, "");
     EXPECT_EQ(quillSetLogFilter(0x80000001), 0);
-    EXPECT_EQ(quillSetLogFilter(1), -1);
+    const auto set = [] { EXPECT_EQ(quillSetLogFilter(1), -1); };
+    EXPECT_EQ(rig::standardOutput(set), "quillSetLogFilter:ioctl /dev/aglog fail\n");
+    std::filesystem::remove(kLogDevice);
+    EXPECT_EQ(rig::standardOutput(set), "quillSetLogFilter:open /dev/aglog fail\n");
+    char text[5] = "line";
+    EXPECT_EQ(rig::standardOutput([&] { EXPECT_EQ(quillWriteLog(text, 4, 1 << 16), -1); }),
+              "quillWriteLog:open /dev/aglog fail\n");
+    rig::setSetting("enable_extender_mode", "1");
+    EXPECT_EQ(quillSetLogFilter(1), 0);
 }
 
 TEST_F(LogAndCommand, CommandsRunAndAreCutAtTheirDocumentedLength) {
     rig::fakeCommand("tool", "exit 3");
     const std::string word(3000, 'w');
     EXPECT_EQ(doSystem("tool %s %d", "$(echo a) b", 7), 3 << 8);
+    EXPECT_EQ(traced, "run: tool $(echo a) b 7\n");
+    traced.clear();
     doSystem("tool %s", word.c_str());
+    const std::string cut = "tool " + word.substr(0, 1018) + "\n";
+    EXPECT_EQ(traced, "cut from 3005 characters: " + cut + "run: " + cut);
     EXPECT_EQ(SYSTEM("tool %s", word.c_str()), 0);
+    rig::setSetting("system_dbg", "1");
+    EXPECT_EQ(rig::standardOutput([] { SYSTEM("echo %d", 7); }), "system: echo 7 <7\n");
     EXPECT_THAT(rig::recordedCommands(), ElementsAre("tool a b 7", "tool " + word.substr(0, 1018),
                                                      "tool " + word.substr(0, 2042)));
 }
@@ -89,6 +116,16 @@ TEST_F(LogAndCommand, KillPidKillsWhatThePidFileNamesUnlessItsCommandWouldBeCut)
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, SIGTERM);
+}
+
+TEST_F(LogAndCommand, TheRegionIsRussiaByItselfOrByTheLanguageOfTheWorldwideOne) {
+    const std::tuple<const char *, const char *, int> rows[] = {
+        {"RU", "", 1}, {"WW", "Russian", 1}, {"WW", "", 0}, {"NA", "Russian", 0}};
+    for (const auto &[sku, gui, russian] : rows) {
+        rig::setSetting("sku_name", sku);
+        rig::setSetting("gui_region", gui);
+        EXPECT_EQ(is_russian_case(), russian) << sku << gui;
+    }
 }
 
 TEST_F(LogAndCommand, AnIndexedNameIsCutAtItsBuffer) {

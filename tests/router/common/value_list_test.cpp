@@ -1,5 +1,6 @@
 #include "common/quill_util.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <climits>
@@ -57,7 +58,9 @@ TEST_F(ValueList, GetNthValuePassesOverEmptyFieldsAndTheSafeOneDoesNot) {
         EXPECT_EQ(copied(n, text.c_str(), 8), safe) << n << " of " << text;
         EXPECT_STREQ(getNthValue(n, text.data()), passing) << n << " for " << passing;
     }
-    EXPECT_EQ(copied(0, "a", 0), "!kept");
+    EXPECT_EQ(copied(0, "a", 0) + copied(0, nullptr, 8), "!kept!kept");
+    EXPECT_EQ(getNthValueSafe(0, "a", ';', nullptr, 8), -1);
+    EXPECT_EQ(getNthValue(0, nullptr), nullptr);
 }
 
 TEST_F(ValueList, SetNthValueReplacesOrPadsAndCutsAtItsBuffers) {
@@ -78,12 +81,16 @@ TEST_F(ValueList, DeleteTakesTheFieldsAndNothingElse) {
     EXPECT_EQ(left({0}, ";;a"), ";a");
     EXPECT_EQ(left({0}, "a,b;c", ','), ",b;c"); // only a semicolon would go too
     EXPECT_EQ(getValueCount(";a;;b"), 3) << "the first character never counts";
+    EXPECT_EQ(getValueCount("") - getValueCount(nullptr), 1);
+    EXPECT_EQ(checkSemicolon("a;") - checkSemicolon("a"), 1);
 }
 
 TEST_F(ValueList, TokensAreCutAndTheRemainingSlotsCleared) {
     EXPECT_EQ(tokens(",;b,", 2), "1/b//old");
     EXPECT_EQ(tokens("a,b,c", 2), "2/a/b/old");
     EXPECT_EQ(tokens("", 1), "0/old/old/old");
+    EXPECT_EQ(tokens("a,b", 1), "1/a/old/old");
+    EXPECT_EQ(getTokens(nullptr, ",", nullptr, 1) + getTokens("a", ",", nullptr, 0), 0);
     EXPECT_EQ(tokens(std::string(200, 'l') + ",b", 2), "2/" + std::string(127, 'l') + "/b/old");
     // Nothing behind 16,383 bytes is seen.
     EXPECT_EQ(tokens(std::string(16381, ',') + "abcdef,g", 2), "1/ab//old");
@@ -100,4 +107,10 @@ TEST_F(ValueList, ASettingsListGainsAndLosesEntries) {
     const std::string most(253, 'a');
     EXPECT_EQ(changed(most, "x", 1, 4), "1:" + most + ",x");
     EXPECT_EQ(changed(most, "xy", 1, 4), "0:" + most);
+    EXPECT_EQ(changed("a,b", "a", 0, 0), "0:a,b");
+    EXPECT_EQ(changed("a,b", "b", 0, 1), "0:a,b"); // one is looked at
+    rig::refuseSettings();
+    EXPECT_EQ(changed("a", "b", 1, 4), "0:a");
+    const rig::Fault noMemory(rig::Call::kAllocate, 1);
+    EXPECT_EQ(changed("a", "b", 1, 4), "0:a");
 }

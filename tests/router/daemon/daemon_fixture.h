@@ -34,6 +34,8 @@ inline TrafficUsageDEntry candidate(double down, double up, const char *applicat
     result.current_uploadBandwidth = up;
     result.trafficStartTime = 500;
     result.lastSeenTime = 1000;
+    result.accu_downloadBandWidth = result.accu_uploadBandWidth = 7; // no candidate's, as these
+    result.trafficEndTime = result.duration = result.idleTimes = 7;
     return result;
 }
 

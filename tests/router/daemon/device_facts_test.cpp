@@ -16,4 +16,15 @@ TEST_F(DeviceFacts, AreTheSecondFieldOfTheSecondLineWithinThreeTriesASecondApart
                   "Get firmware version fail[]\nERROR: firmware version is NULL");
     }
     EXPECT_EQ(rig::sleptSeconds(), 9u); // the answer that was found cost none
+    EXPECT_EQ(collect_dev_sn(nullptr) + collect_dev_fw_ver(nullptr), 2);
+}
+
+TEST_F(DeviceFacts, TheTimeIsThatOfTheZone) {
+    setenv("TZ", "EET-2", 1);
+    rig::setTime(1704438489);
+    int date[3], clock[3];
+    EXPECT_EQ(get_timestamp(date, clock), 0);
+    EXPECT_THAT(date, testing::ElementsAre(2024, 1, 5));
+    EXPECT_THAT(clock, testing::ElementsAre(9, 8, 9));
+    EXPECT_EQ(get_timestamp(nullptr, clock) + get_timestamp(date, nullptr), -2);
 }

@@ -31,7 +31,7 @@ TrafficUsageDEntry *addEntry(int active, double down, double up) {
 }
 
 void save(const TrafficInfo &record) {
-    saveTrafficInfo2Buf(&record);
+    EXPECT_EQ(saveTrafficInfo2Buf(&record), 0);
 }
 
 } // namespace
@@ -44,7 +44,7 @@ TEST_F(RecordBuffer, TakesInactiveEntriesThatHoldTrafficAndNoOthers) {
     addEntry(0, -5, 0);
     TrafficUsageDEntry *upload = addEntry(0, 0, 7);
     addEntry(0, 8, 0);
-    updateTrafficBuffer();
+    EXPECT_EQ(updateTrafficBuffer(), 0);
     updateTrafficBuffer(); // once recorded, never again
     EXPECT_THAT(occupied(),
                 ElementsAre("Video 500-1000 500s up 7 down 0", "Video 500-1000 500s up 0 down 8"));
@@ -60,6 +60,7 @@ TEST_F(RecordBuffer, FillsFreedSlotsLosesTheRecordThatFindsNoneAndIsEmptyForTheN
     save(record(500));
     EXPECT_EQ(trafficBuffer[7].trafficStartTime, 500u);
     save(record(500));
+    EXPECT_EQ(dumpEntry() + dumpMemoryBuffer(), 0);
     addEntry(0, 1, 1);
     addEntry(0, 2, 2);
     updateTrafficBuffer();
@@ -78,4 +79,35 @@ TEST_F(RecordBuffer, OnlyASlotWhosePeriodBeganAtZeroIsOverwrittenWhole) {
     const TrafficInfo later = record(300, "Music");
     updateTrafficInfo(&later, &trafficBuffer[0]); // one in use keeps its start and its end
     EXPECT_THAT(occupied(), ElementsAre("Music 200-210 10s up 3 down 4"));
+}
+
+TEST_F(RecordBuffer, ARecordIsFoundByItsDeviceAndNamesAndWithoutOneNothingIsDone) {
+    rig::fillBuffer(2);
+    trafficBuffer[1] = record(300, "Music");
+    TrafficInfo wanted = record(900, "Music");
+    wanted.uploadBandwidth = 9;
+    EXPECT_EQ(findTrafficInfo(&wanted), &trafficBuffer[1]);
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 0);
+    wanted.uploadBandwidth = 3;
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 1);
+    wanted.downloadBandwidth = 9;
+    EXPECT_EQ(isNoTrafficIncrease(&wanted, &trafficBuffer[1]), 0);
+    TrafficInfo different[3] = {wanted, wanted, wanted};
+    different[0].macAddress[5] = 9;
+    different[1].appType[0] = 'm';
+    different[2].typeId = 9;
+    for (const TrafficInfo &other : different)
+        EXPECT_EQ(findTrafficInfo(&other), nullptr);
+    TrafficUsageDEntry entry{};
+    for (const int result :
+         {convertTrafficUsageD2TrafficBuf(nullptr, &wanted),
+          convertTrafficUsageD2TrafficBuf(&entry, nullptr), updateTrafficInfo(nullptr, &wanted),
+          updateTrafficInfo(&wanted, nullptr), resetTrafficInfoEntry(nullptr),
+          dumpAEntry(0, nullptr), saveTrafficInfo2Buf(nullptr), isTimoutTrafficInfo(&wanted)})
+        EXPECT_EQ(result, -1);
+    for (const int result :
+         {isFreeTrafficInfoEntry(nullptr), isSameTrafficInfoEntry(nullptr, &wanted),
+          isSameTrafficInfoEntry(&wanted, nullptr), isNoTrafficIncrease(nullptr, &wanted) - 1,
+          isNoTrafficIncrease(&wanted, nullptr) - 1})
+        EXPECT_EQ(result, 0);
 }

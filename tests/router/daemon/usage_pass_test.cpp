@@ -35,7 +35,7 @@ class UsagePass : public rig::DaemonFixture {
         DaemonFixture::SetUp();
         engine.plugIn();
         const std::string longName(63, 'n'); // what follows is cut off
-        rig::writeNames("1,Media\n1,Later\n2,Games\n4,Media\n",
+        rig::writeNames("1,Media\n1,Later\n2,Games\n4,Media\n256,Beyond\n",
                         "1,1,0,Video\n1,1,0,Later\n1,2,0,Video\n2,1,0," + longName + "a\n2,2,0," +
                             longName + "b\n4,1,0,Video\n");
         rig::setSetting("tud_max_idle_time", "2");

@@ -44,14 +44,18 @@ TEST_F(UsageReport, MembersStandInTheirOrderWithTheirTypes) {
     EXPECT_EQ(trafficBuffer[7].trafficStartTime, 0u);
     EXPECT_THAT(printed,
                 testing::HasSubstr("\tflags=0x0\n\tmacAddress=0a:0b:0c:0d:0e:0f\n\typeId:4\n"
-                                   "\tappType=Media\n\tappName=a\"b\\c\td\x01\xc3\xa9\n"));
+                                   "\tappType=Media\n\tappName=a\"b\\c\td\x01\xc3\xa9\n"
+                                   "\ttrafficStartTime=100\n\ttrafficEndTime=4000000000\n"
+                                   "\tduration=10\n\tuploadBandWidth=12345678901\n"
+                                   "\tdownloadBandWidth=-5\n\n"));
 }
 
 TEST_F(UsageReport, TakesEveryRecordOnceInSlotOrderAndLoadsTheDeviceTypesOnce) {
     rig::fillBuffer(MAX_ENTRY);
     for (int i = 0; i < MAX_ENTRY; ++i)
         trafficBuffer[i].typeId = i;
-    memset(trafficBuffer[0].appName, 'n', 64); // no room for a terminator
+    // No room for a terminator, and half a character in what there is room for.
+    memcpy(trafficBuffer[0].appName, (std::string(61, 'n') + "\xe2\x82\xac").c_str(), 64);
     cJSON *document = nullptr;
     EXPECT_EQ(rig::standardError([&] { document = createTrafficUsageDetailObj(); }),
               "[init_dev_os(336)]: get /tmp/trend/bwdpi.devdb.db error \n"); // once for each load
@@ -61,15 +65,28 @@ TEST_F(UsageReport, TakesEveryRecordOnceInSlotOrderAndLoadsTheDeviceTypesOnce) {
         EXPECT_EQ(cJSON_GetObjectItem(record, "trafficStartTime")->valueint, start++);
     EXPECT_EQ(start, 100 + MAX_ENTRY);
     const cJSON *oldest = cJSON_GetArrayItem(cJSON_GetObjectItem(document, "trafficInfo"), 0);
-    EXPECT_EQ(cJSON_GetObjectItem(oldest, "appName")->valuestring, std::string(63, 'n'));
+    EXPECT_EQ(cJSON_GetObjectItem(oldest, "appName")->valuestring, std::string(61, 'n'));
     cJSON_Delete(document);
 }
 
-TEST_F(UsageReport, NamesAreUtf8ThoughARecordHoldsHalfACharacter) {
-    const std::string name = std::string(61, 'n') + "\xe2\x82\xac";
-    trafficBuffer[0] = rig::record(100, name.c_str());
-    cJSON *document = createTrafficUsageDetailObj();
-    const cJSON *record = cJSON_GetArrayItem(cJSON_GetObjectItem(document, "trafficInfo"), 0);
-    EXPECT_EQ(cJSON_GetObjectItem(record, "appName")->valuestring, std::string(61, 'n'));
-    cJSON_Delete(document);
+TEST_F(UsageReport, ARecordByItselfIsClosedAndPrinted) {
+    rig::setTime(1000);
+    TrafficInfo record = rig::record(100);
+    const auto print = [&] { EXPECT_EQ(dumpAEntryToJson(&record), 0); };
+    const std::string rule = "\n" + std::string(72, '=');
+    EXPECT_EQ(rig::standardOutput(print), rule + "[]" + rule) << "it is open";
+    record.flags = 1;
+    rig::setSetting("tud_max_idle_time", "89"); // its end, at 110, moves on to now at the most
+    EXPECT_THAT(rig::standardOutput(print),
+                testing::AllOf(testing::HasSubstr("\"trafficEndTime\":\t1000,"),
+                               testing::HasSubstr("\"duration\":\t900,")));
+    EXPECT_EQ(record.trafficStartTime, 0u);
+    record = rig::record(100);
+    record.flags = 1;
+    rig::setSetting("tud_max_idle_time", "88");
+    EXPECT_EQ(finalizeTrafficInfo(&record), 0);
+    EXPECT_EQ(record.trafficEndTime, 990u);
+    EXPECT_EQ(record.flags, 2u);
+    EXPECT_EQ(finalizeTrafficInfo(nullptr) - dumpAEntryToJson(nullptr), 2);
+    EXPECT_EQ(trafficInfoToJson(nullptr), nullptr);
 }

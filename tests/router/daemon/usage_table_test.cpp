@@ -41,6 +41,8 @@ TEST_F(UsageTable, AnEntryClosesWithThe31stUnchangedPassAndOpensAgainWithTheNext
     expectOnly("down 71 of 71 up 30 of 30 500-1310 810s active 0 idle 31");
     fold(candidate(72, 30));
     expectOnly("down 72 of 72 up 30 of 30 1400-0 0s active 1 idle 0");
+    rig::setSetting("tud_max_idle_time", "1");
+    EXPECT_EQ(getTUDMaxIdleTime(), 1);
 }
 
 TEST_F(UsageTable, GrowthIsAddedAsItIsEvenBackwards) {
@@ -82,4 +84,54 @@ TEST_F(UsageTable, RetiringClosesWhatHoldsTrafficAndDropsTheRest) {
     first()->accu_uploadBandWidth = -3; // only what is above zero counts as traffic
     removeUntrackedTrafficUsageDEntry(1010);
     EXPECT_THAT(rig::tableNames(), ElementsAre("1 Media/C"));
+}
+
+TEST_F(UsageTable, ADumpShowsEveryFieldOfEveryEntry) {
+    rig::writeDeviceTypes();
+    TrafficUsageDEntry entry = candidate(71, 30);
+    entry.vendorId = 3;
+    entry.typeId = 4;
+    fold(entry);
+    first()->accu_downloadBandWidth = 8;
+    first()->accu_uploadBandWidth = 9;
+    first()->idleTimes = 2;
+    setActiveTrafficUsageDEntry(first(), 0);
+    rig::setSetting("tud_dbg", "1");
+    const std::string stars = std::string(80, '*') + "\n", rule = std::string(28, '=') + "\n";
+    const auto title = [&](const std::string &what, int after) {
+        return stars + std::string(25, '*') + "Dump trafficUsageD table " + what +
+               std::string(after, '*') + "\n" + stars;
+    };
+    EXPECT_EQ(rig::standardOutput(dumpTrafficUsageDTable),
+              title("start", 25) + rule +
+                  "appType: Media\nappName: Video\nDeviceType: Game console\n"
+                  "trafficStartTime: 500\ntrafficEndTime: 1000\n"
+                  "current_uploadBandwidth: 30\naccu_uploadBandWidth: 9\n"
+                  "current_downloadBandwidth: 71\naccu_downloadBandWidth: 8\n"
+                  "duration: 500\nidleTimes: 2\nactive: 0\n" +
+                  rule + title("end", 27));
+    for (entry.typeId = 0; entry.typeId < 300; ++entry.typeId) // more than are kept in mind
+        EXPECT_EQ(addNewEntry2TrafficUsageDTable(&entry), 0);
+    rig::standardOutput([] { EXPECT_EQ(dumpTrafficUsageDTable(), 0); });
+    EXPECT_EQ(removeUntrackedTrafficUsageDEntry(2000) + freeTrafficUsageDTable(), 0);
+}
+
+TEST_F(UsageTable, WithoutAnEntryNothingIsDoneAndNothingHolds) {
+    TrafficUsageDEntry entry = candidate(1, 1);
+    TrafficUsageDEntry *const none = nullptr;
+    for (const int result :
+         {updateTrafficInfo2TrafficUsageDTable(none), addNewEntry2TrafficUsageDTable(none),
+          setActiveTrafficUsageDEntry(none, 1), updateTrafficUsageDAccuData(none, &entry),
+          updateTrafficUsageDAccuData(&entry, none), handleIdleTrafficUsageDEntry(none),
+          updateTrafficUsageDDeviceID(none, &entry), updateTrafficUsageDDeviceID(&entry, none),
+          touchExistTrafficUsageDEntry(none, &entry), touchExistTrafficUsageDEntry(&entry, none)})
+        EXPECT_EQ(result, -1);
+    for (const int result :
+         {isSameTrafficUsageDEntry(none, &entry), isSameTrafficUsageDEntry(&entry, none),
+          isTrafficIdle(none, &entry), isTrafficIdle(&entry, none), isTrafficInactive(none),
+          hasCurrentTraffic(none)})
+        EXPECT_EQ(result, 0);
+    const TrafficUsageDEntry others[] = {candidate(1, 2), candidate(2, 1)};
+    EXPECT_EQ(isTrafficIdle(&entry, &others[0]) + isTrafficIdle(&entry, &others[1]), 0);
+    EXPECT_EQ(isTrafficIdle(&entry, &entry), 1);
 }

@@ -49,12 +49,17 @@ TEST_F(AppDatabase, ALongLineComesInPieces) {
 
 TEST_F(AppDatabase, SearchesTakeTheFirstRecordWithAllIds) {
     rig::writeFile(kAppFile, "1,2,0,first\n1,2,0,second\n1,3,0,other\n");
-    list_head apps = LIST_HEAD_INIT(apps);
-    ASSERT_EQ(init_app_inf(&apps), 0);
+    rig::writeFile("/tmp/trend/bwdpi.cat.db", "1,one\n2,two\n");
+    list_head apps = LIST_HEAD_INIT(apps), categories = LIST_HEAD_INIT(categories);
+    ASSERT_EQ(init_app_inf(&apps) + init_app_cat(&categories), 0);
     EXPECT_STREQ(search_app_inf(&apps, 1, 2), "first");
     EXPECT_EQ(search_app_inf(&apps, 1, 4), nullptr);
     EXPECT_EQ(search_app_inf(&apps, 2, 2), nullptr);
+    EXPECT_STREQ(search_rule_db(&categories, 2), "two");
+    EXPECT_EQ(search_app_cat(&categories, 3), nullptr);
     free_app_inf(&apps);
+    free_rule_db(&categories);
+    EXPECT_TRUE(list_is_empty(&apps) && list_is_empty(&categories));
 }
 
 TEST_F(AppDatabase, TheFileListSaysWhereTheDatabasesAre) {

@@ -1,4 +1,7 @@
 #include "router/dpi/loaded.h"
+#include "support/faults.h"
+
+#include <filesystem>
 
 using testing::ElementsAre;
 using DatabaseList = rig::Fixture;
@@ -24,6 +27,15 @@ TEST_F(DatabaseList, AMissingListIsCreatedWithTheThreeDefaults) {
                                         "APP_CAT_DB_PATH:/tmp/trend/bwdpi.cat.db\n"
                                         "DEV_OS_DB_PATH:/tmp/trend/bwdpi.devdb.db\n");
     free_system_conf(&list);
+    EXPECT_EQ(search_sys_conf(&list, "dev_os_db_path"), nullptr);
+    std::filesystem::remove(kListFile);
+    {
+        const rig::Fault unreadable(rig::Call::kOpen, 3); // once it is made
+        EXPECT_EQ(init_system_conf(&list), 0);
+    }
+    std::filesystem::remove_all("/tmp/trend");
+    EXPECT_EQ(rig::standardError([&] { EXPECT_EQ(init_system_conf(&list), -1); }),
+              "[init_system_conf(62)]: create /tmp/trend/bwdpi.txt error \n");
 }
 
 TEST_F(DatabaseList, LinesAreKeyAndPathAndKeepWhatTheyLackFromTheLineBefore) {

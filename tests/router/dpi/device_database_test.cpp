@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 
 using testing::ElementsAre;
 using DeviceDatabase = rig::Fixture;
@@ -80,4 +81,27 @@ TEST_F(DeviceDatabase, RulesAreTrimmedAndCutAtTheirComment) {
                     init_rule_db, free_rule_db,
                     [](app_cat &rule) { return std::to_string(rule.cat_id) + rule.cat_name; }),
                 ElementsAre("12Block list", "13Name  ", "14tab", "17tab", "17tab"));
+}
+
+TEST_F(DeviceDatabase, AMappingNamesBothSides) {
+    const char *const path = "/tmp/trend/TmToVosk_dev_mapping";
+    const auto show = [](dev_mapping &each) {
+        return std::to_string(each.tm_id) + each.tm_name + std::to_string(each.vosk_id) +
+               each.vosk_name;
+    };
+    EXPECT_THAT(rig::loaded<dev_mapping>(path, "1,\"tm\",2,\"vosk\"\n3,\"t\"\n", init_dev_mapping,
+                                         free_dev_mapping, show),
+                ElementsAre("1tm2vosk", "3t2vosk"));
+    list_head list = LIST_HEAD_INIT(list);
+    init_dev_mapping(&list);
+    EXPECT_EQ(search_dev_mapping(&list, 3)->tm_id, 3u);
+    EXPECT_EQ(search_dev_mapping(&list, 2), nullptr);
+    free_dev_mapping(&list);
+    std::filesystem::remove(path);
+    EXPECT_EQ(rig::standardError([&] {
+                  EXPECT_EQ(init_dev_mapping(&list) + init_rule_db(&list) + init_dev_os(&list), -3);
+              }),
+              "[init_dev_mapping(467)]: get /tmp/trend/TmToVosk_dev_mapping error \n"
+              "[init_rule_db(579)]: get /tmp/trend/bwdpi.rule.db error \n"
+              "[init_dev_os(336)]: get /tmp/trend/bwdpi.devdb.db error \n");
 }

@@ -29,8 +29,6 @@ static void use_engine_records(void) {
     CHECK(list_is_empty(&head) && record.list.next == LIST_POISON_NEXT);
     CHECK(search_app_inf(&head, 1, 2) == NULL);
     CHECK((void *)&header.in_u32 == (void *)&header.in_raw);
-    CHECK(sizeof(struct devid_user_entry) == 90 && sizeof(struct devid_app_rate_entry) == 36);
-    CHECK(IDPFW_REQUEST(IDPFW_NR_USER) == 0xC02CBF0Aul);
 }
 
 static void use_settings(void) {

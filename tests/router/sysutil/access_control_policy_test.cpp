@@ -27,6 +27,16 @@ TEST_F(AccessControlPolicy, TheBridgesAddressDecides) {
     EXPECT_EQ(accessCtrl_isAllowedDevice(7), 1);
 }
 
+TEST_F(AccessControlPolicy, TheInterfaceTellsWhetherADeviceIsWired) {
+    EXPECT_EQ(check_the_wan_type(macOf(1)), -1);
+    for (const auto &[interface, type] :
+         {std::pair{"vlan1", 1}, {"eth1", 0}, {"eth2", 0}, {"br0", -1}}) {
+        rig::writeFile("/proc/net/attadev", std::string("A0:0B:00:00:00:01 ") + interface + "\n");
+        EXPECT_EQ(check_the_wan_type(macOf(1)), type);
+    }
+    EXPECT_EQ(check_the_wan_type(macOf(2)), -1);
+}
+
 TEST_F(AccessControlPolicy, TheKernelGetsModeDefaultAndTable) {
     rig::setSetting("access_control_mode", "1");
     rig::setSetting("access_all_new_devices", "-2");

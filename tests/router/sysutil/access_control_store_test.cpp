@@ -34,4 +34,7 @@ TEST_F(AccessControlStore, NothingIsLoadedPastTheTable) {
     rig::writeFile("/proc/net/attadev", "A0:0B:00:00:00:7F br0\nA0:0B:00:00:00:7F eth1\n");
     loadLists();
     EXPECT_EQ(describe(ac_mac_list[127]), "A00B0000007F 1 0 0 n");
+    std::string name(34, '#');
+    EXPECT_EQ(cgi_getDevNameFromACL(name.data(), "A0:0B:00:00:00:7F"), 0);
+    EXPECT_EQ(name, "n" + std::string(32, '\0') + "#");
 }

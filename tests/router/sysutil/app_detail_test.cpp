@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <cstring>
+#include <filesystem>
 #include <regex>
 
 namespace {
@@ -35,7 +36,8 @@ TEST_F(AppDetail, ADeviceAndItsApplicationsAreReadFromTheDevicesSection) {
                 "dev_type_name : Smart TV\ntrend_dev_name : a@b\ntrend_dev_type_id :  9999999999\n"
                 "trend_dev_type_nam : " +
                 std::string(500, 't') +
-                "\n  APP_NAME : First up_diff_pkt 8\ndown_diff_byte : 1.5\nup_diff_byte : 2\n"
+                "\ntrend_dev_type_id\n  APP_NAME : First up_diff_pkt 8\ndown_diff_byte : "
+                "1.5\nup_diff_byte : 2\n"
                 "up_diff_pkt : 3\nlast_used_ts : 1700000000.9\napp_name : Second\n"
                 "down_diff_pkt : 4\nlast_used_ts : 1e30\napp_name : never completed\n"
                 "app_count : -9999999999\ntotal_diff_down_byt : 1e3\ntotal_diff_up_byt : 2.5\n"
@@ -56,6 +58,10 @@ TEST_F(AppDetail, ADeviceAndItsApplicationsAreReadFromTheDevicesSection) {
     EXPECT_THAT(printed(kSection + "dev_type_id : 52\napp_count : 7\n" + kOther),
                 testing::ContainsRegex(
                     "\ndev_type_id: 0\n(.*\n)*trend_dev_type_id: 0\n(.*\n)*app_count: 1\n"));
+    devAppNode *none = nullptr;
+    EXPECT_EQ(removeAllAppNodes(&none), -1);
+    std::filesystem::remove("/tmp/iqos_detail");
+    EXPECT_EQ(getIQoSDetailBymac(nullptr, "") + getIQoSAppListBymac(nullptr, ""), 0);
 }
 
 } // namespace

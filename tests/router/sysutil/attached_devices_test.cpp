@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <arpa/inet.h>
+#include <filesystem>
 
 namespace {
 
@@ -35,10 +36,12 @@ TEST_F(AttachedDevices, TheAttachmentTableTellsWiredFromWireless) {
                    "C0A80102\nC0A80103 00:11:22:33:44 eth0\nC0A80104 00:11:22:33:44:55\n"
                    "C0A80102 00:11:22:33:44:01 vlan1\n00000000 00:11:22:33:44:06 eth1\n"
                    "C0A80106 00:11:22:33:44:05 vlan-of-a-great-length\n"
-                   "C0A80105 00:11:22:33:44:04 mytap7\n");
+                   "C0A80105 00:11:22:33:44:04 mytap7\nC0A80107 00:11:22:33:44:07 vlan2\n"
+                   "C0A80108 00:11:22:33:44:08 eth0\n");
     const std::string first = "192.168.1.2 00..01 1 vlan1\n0.0.0.0 00..06 0 eth1\n192.168.1.6 ";
     EXPECT_EQ(list(get_attach_dev, 10),
-              first + "00..05 0 vlan-of-a-great\n192.168.1.5 00..04 1 mytap7\n");
+              first + "00..05 0 vlan-of-a-great\n192.168.1.5 00..04 1 mytap7\n"
+                      "192.168.1.7 00..07 1 vlan2\n192.168.1.8 00..08 1 eth0\n");
     rig::setSetting("enable_vlan", "enable");
     EXPECT_EQ(list(get_attach_dev, 3), first + "00..05 1 vlan-of-a-great\n");
 }
@@ -58,6 +61,7 @@ TEST_F(AttachedDevices, StationsThatTheTableLacksAreAddedOnceWithTheAddressThatA
 }
 
 TEST_F(AttachedDevices, NeighboursLeasesAndAttachmentsMakeOneList) {
+    EXPECT_EQ(list(get_attach_dev, 10) + list(get_arp_dev, 10), "");
     rig::writeFile("/proc/net/arp", "192.168.1.1 0x1 0x2 aa:00:00:00:00:09 * br0\n"
                                     "192.168.1.2 0x1 0x2 aa:00:00:00:00:01 * br0\n"
                                     "192.168.1.3 0x1 0x2 aa:00:00:00:00:02 * br0x\n");
@@ -70,6 +74,8 @@ TEST_F(AttachedDevices, NeighboursLeasesAndAttachmentsMakeOneList) {
     rig::writeFile("/proc/net/arp", "header\n");
     rig::writeFile("/tmp/udhcpd.leases", lease(2, 1, 0) + lease(3, 2, 0)); // both expired
     EXPECT_EQ(list(get_arp_dev, 2), "192.168.1.2 00..01 0 \n192.168.1.8 aa..05 0 \n");
+    std::filesystem::remove("/proc/net/attadev");
+    EXPECT_EQ(list(get_arp_dev, 2), "") << "although a lease is known";
 }
 
 } // namespace

@@ -1,13 +1,12 @@
 #include "sysutil/device_identity.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <ranges>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -42,6 +41,10 @@ TEST_F(DeviceIdentityService, ATextThatNamesNoFactsFileOpensNothing) {
         EXPECT_EQ(getDhcpInfoByMac(text, &out), -1) << text;
         EXPECT_STREQ(out.vendor, "");
     }
+    EXPECT_EQ(getDhcpInfoByMac(nullptr, nullptr), -1);
+    unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
+    getMacByString("02:00:00:00:00", mac);
+    EXPECT_THAT(mac, testing::Each(0));
 }
 
 TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {
@@ -60,14 +63,8 @@ TEST_F(DeviceIdentityService, OneMessageIsOneDatagramToTheDaemon) {
         [&] { std::ranges::for_each(std::views::iota(0, 2000), [&](int) { send(); }); });
     alarm(0);
     close(daemon);
-    const auto sendWithoutDescriptors = [&] {
-        const rlimit none{0, 0};
-        setrlimit(RLIMIT_NOFILE, &none);
-        // The leak check would fail for want of descriptors and hide the status.
-        on_exit([](int status, void *) { _exit(status); }, nullptr);
-        send();
-    };
-    EXPECT_EXIT(sendWithoutDescriptors(), testing::ExitedWithCode(1), "");
+    const rig::Fault noSocket(rig::Call::kOpen, 1);
+    EXPECT_EXIT(sendDataToDevIdApi(message), testing::ExitedWithCode(1), "");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <cstring>
+#include <regex>
 #include <vector>
 
 namespace {
@@ -70,6 +71,7 @@ TEST_F(DeviceIdentity, TextsMayFillTheirFieldsAndANameFollowsItsPriority) {
     addDevIdNodeToList(&head, full);
     EXPECT_EQ(searchDevIdNodeByMac(&head, std::string(18, 'x').c_str()), 0);
     EXPECT_EQ(searchDevIdNodeByMac(&head, std::string(19, 'x').c_str()), -1);
+    EXPECT_EQ(searchDevIdNodeByIPaddr(&head, std::string(16, 'x').c_str()), 0);
     char out[64] = "";
     for (char *const first :
          {full.devNameByUser, full.devHostName, full.devDhcpHostName, full.devNameByVOSK}) {
@@ -79,6 +81,70 @@ TEST_F(DeviceIdentity, TextsMayFillTheirFieldsAndANameFollowsItsPriority) {
         *first = '\0';
     }
     EXPECT_EQ(getDeviceNameByPriority(full, out), -1);
+    for (char *const first : {full.devModelByUser, full.devModelByFing}) {
+        *first = 'm';
+        EXPECT_EQ(getDeviceModelByPriority(full, out), 0);
+        EXPECT_EQ(out, "m" + std::string(30, 'x'));
+        *first = '\0';
+    }
+    EXPECT_EQ(getDeviceModelByPriority(full, out), -1);
+}
+
+// What the body prints while diagnostics are on, less the numbers of lines.
+std::string diagnostics(const std::function<void()> &body) {
+    rig::setSetting("dev_id_debug", "1");
+    const std::string printed = rig::standardOutput(body);
+    rig::setSetting("dev_id_debug", "0");
+    EXPECT_EQ(rig::standardOutput(body), "");
+    return std::regex_replace(printed, std::regex("\\]\\[[0-9]+\\]"), "]");
+}
+
+TEST_F(DeviceIdentity, DiagnosticsShowEveryFieldInItsOrder) {
+    devIdNode node{};
+    memset(&node.data, 'x', sizeof node.data);
+    std::string expected;
+    for (const int width : {32, 32, 0,   32, 64, 32, 0,  32, 32, 32, 32, 32, 68,
+                            32, 32, 128, 32, 18, 16, 18, 0,  0,  32, 0,  32, 0})
+        expected += width == 0 ? "2021161080\n" : std::string(width, 'x') + "\n";
+    const std::string printed = diagnostics([&] { print_dev_table(&node); });
+    EXPECT_EQ(std::regex_replace(printed, std::regex("\\[print_dev_table\\]src.*: "), ""),
+              expected);
+}
+
+TEST_F(DeviceIdentity, DiagnosticsTellWhatBecameOfTheList) {
+    rig::setSetting("dev_id_max_devCount", "2");
+    devDataStructure record{};
+    strcpy(record.devModelByUser, "model");
+    strcpy(record.devMacAddr, "mac");
+    strcpy(record.devHostName, "host");
+    const auto run = [&] {
+        devIdNode *list = nullptr;
+        char out[64];
+        EXPECT_EQ(removeAllDevIdNodes(&list) + searchDevIdNodeByMac(&list, "mac"), -2);
+        EXPECT_EQ(removeOldestNodeFromList(&list), 0);
+        for (record.lastUpdateTime = 1; record.lastUpdateTime < 4; ++record.lastUpdateTime)
+            EXPECT_EQ(addDevIdNodeToList(&list, record), 0);
+        EXPECT_EQ(searchDevIdNodeByIPaddr(&list, "ip") + searchDevIdNodeByMac(&list, "mac"), -1);
+        EXPECT_EQ(getDeviceNameByPriority(record, out) + getDeviceModelByPriority(record, out), 0);
+        EXPECT_EQ(getDeviceNameByPriority({}, out) + getDeviceModelByPriority({}, out), -2);
+        removeAllDevIdNodes(&list);
+    };
+    const std::string adds = "[addDevIdNodeToList]DevMAX: 2, mac:mac\n";
+    const std::string removal = "[removeOldestNodeFromList]mac ";
+    const auto rule = [](const std::string &text) {
+        return "[addDevIdNodeToList]----------" + text + "----------------\n";
+    };
+    EXPECT_EQ(std::regex_replace(diagnostics(run), std::regex("\\[print_dev_table.*\n"), ""),
+              "[removeAllDevIdNodes]node not exist.\n[searchDevIdNodeByMac]Empty List.\n"
+              "[removeOldestNodeFromList]Cannot remove node from list\n" +
+                  adds + adds + adds + rule("before start") + rule("before end") + removal + "1\n" +
+                  removal + "2\n" + removal + "1\n" + rule("after start") + rule("after end") +
+                  "[searchDevIdNodeByIPaddr]Not find the ipAddr: ip\n"
+                  "[searchDevIdNodeByMac]find Node mac: mac\n"
+                  "[getDeviceNameByPriority]Device Name: \"host\".\n"
+                  "[getDeviceModelByPriority]Device Model: \"model\".\n"
+                  "[getDeviceNameByPriority]Device Name not defined.\n"
+                  "[getDeviceModelByPriority]Device Model not defined.\n");
 }
 
 } // namespace

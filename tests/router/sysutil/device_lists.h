@@ -36,10 +36,7 @@ inline std::string describe(const iqos_dev_entry &entry) {
 }
 
 inline void loadLists() {
-    rig::standardOutput([] {
-        load_ac_mac_list();
-        load_iqos_list();
-    });
+    rig::standardOutput([] { EXPECT_EQ(load_ac_mac_list() + load_iqos_list(), 0); });
 }
 
 // Starts every test with lists loaded from no settings.

@@ -3,6 +3,7 @@
 #include "support/fixture.h"
 
 #include <csignal>
+#include <filesystem>
 
 namespace {
 
@@ -49,6 +50,12 @@ TEST_F(FirmwareUpdate, TheImageHasItsSizeAndTheRegionItsFolder) {
     rig::writeFile("/tmp/image", std::string(70000, 'i'));
     EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
     EXPECT_EQ(size, 70000u);
+    std::filesystem::resize_file("/tmp/image", 0xFFFFFFFF);
+    EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
+    EXPECT_EQ(size, 0xFFFFFFFF);
+    std::filesystem::resize_file("/tmp/image", 0x100000000);
+    EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 1);
+    EXPECT_EQ(size, 0u);
     for (const auto &[region, folder] : {std::pair{"KO", "ko"}, {"", "ww"}, {"ko", "ww"}}) {
         rig::setSetting("sku_name", region);
         EXPECT_STREQ(get_firmware_update_folder(0), folder);

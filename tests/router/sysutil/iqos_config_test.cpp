@@ -1,8 +1,6 @@
 #include "device_lists.h"
 
-#include <csignal>
 #include <filesystem>
-#include <sys/resource.h>
 
 namespace {
 
@@ -48,24 +46,13 @@ TEST_F(IqosConfig, WithoutAWholeCopyTheFileLosesNothing) {
     }
 }
 
-// The file size limit stands for a full disk: what is written last does not fit.
-TEST_F(IqosConfig, AConfigurationThatCannotBeWrittenIsPutBack) {
-    const std::string large = "{2}\n" + std::string(20000, 'x');
-    rig::writeFile(kConfig, large);
-    const rlimit limit{large.size(), RLIM_INFINITY};
-    rlimit before;
-    getrlimit(RLIMIT_FSIZE, &before);
-    signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limit);
-    const int result = iqos_set_priority_by_mac(1, macOf(1));
-    setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(rig::readFile(kConfig), large);
-}
-
 TEST_F(IqosConfig, AMissingFileIsMadeAndItsCopyIsWhatIsMissed) {
     rig::writeFile("/dev/console", "");
     const auto run = [] { EXPECT_EQ(iqos_set_priority_by_mac(1, macOf(1)), -1); };
     EXPECT_EQ(rig::standardError(run), "fopen IQOS_TMP_QOS_CONF_PATH: No such file or directory\n");
     EXPECT_EQ(rig::readFile(kConfig), "");
+    EXPECT_EQ(is_iqos_manual_priority(nullptr), 0);
+    std::filesystem::remove(kConfig);
+    EXPECT_EQ(rig::standardError([] { EXPECT_EQ(is_iqos_manual_priority(macOf(1)), 0); }),
+              "fopen /tmp/trend/qos.conf: No such file or directory\n");
 }

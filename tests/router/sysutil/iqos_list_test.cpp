@@ -19,7 +19,7 @@ TEST_F(IqosList, AnUpdateADeletionAndASearchReachLessFarThanTheListDoes) {
     EXPECT_EQ(set(1, 32, 'b'), 0);
     EXPECT_EQ(describe(iqos_dev_list[1]), "A00B00000001 1 5 6 7 " + std::string(31, 'b'));
     memset(iqos_dev_list[63].devName, 'c', 32);
-    del_iqos_mac_entry(macOf(3));
+    EXPECT_EQ(del_iqos_mac_entry(macOf(3)) + del_iqos_mac_entry(macOf(99)), 0);
     std::string name(33, '#');
     EXPECT_EQ(get_iqos_devname(macOf(4), name.data()), -1);
     EXPECT_EQ(get_iqos_devname(macOf(63), name.data()), 0);

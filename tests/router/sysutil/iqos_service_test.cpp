@@ -48,7 +48,7 @@ TEST_F(IqosService, TheNatBitsFollowTheSwitchesAndLeaveTheOthers) {
     EXPECT_EQ(rig::natWord, 0x80000007);
     rig::setSetting("broadstream_iqos_enable", "0");
     rig::setSetting("enable_circle_control", "1");
-    iqos_service("");
+    iqos_service(nullptr);
     EXPECT_EQ(rig::natWord, 0x8000001F);
     rig::natReadFails = true;
     kelpnat_set_features();

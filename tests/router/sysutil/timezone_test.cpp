@@ -68,3 +68,18 @@ TEST_F(Timezone, AZoneGivenInHoursIsNormalisedAndStoredIfItDiffers) {
     }
     EXPECT_EQ(rig::setting("time_zone"), "--1");
 }
+
+TEST_F(Timezone, EveryZoneOfTheListHasItsPosition) {
+    std::string positions;
+    for (int zone = -100; zone <= 200; ++zone) {
+        if (is_in_timezone_list(static_cast<float>(zone)) == 0)
+            continue;
+        rig::setSetting("time_zone", std::to_string(zone));
+        char position[3];
+        EXPECT_EQ(getTimeZoneIndex(position), 0);
+        positions += std::to_string(zone) + "=" + position + " ";
+    }
+    EXPECT_EQ(positions, "-35=13 -12=0 -11=1 -10=2 -9=3 -8=4 -7=6 -6=7 -5=10 -4=12 -3=14 -2=15 "
+                         "-1=16 0=18 1=19 2=23 3=26 4=28 5=29 6=31 7=32 8=33 9=35 10=39 11=40 "
+                         "12=42 13=44 55=30 95=36 ");
+}
