@@ -9,9 +9,9 @@ namespace {
 
 } // namespace
 
-Database::Database(const std::string &name, int flags, const char *vfs) {
+Database::Database(const std::string &name, int flags) {
     sqlite3 *opened = nullptr;
-    const int result = sqlite3_open_v2(name.c_str(), &opened, flags, vfs);
+    const int result = sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);
     database_.reset(opened);
     if (result != SQLITE_OK)
         fail(opened, result);

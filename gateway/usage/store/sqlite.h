@@ -26,8 +26,7 @@ class SqlError : public std::runtime_error {
 
 class Database {
   public:
-    // Flags of sqlite3_open_v2; vfs may be null.
-    Database(const std::string &name, int flags, const char *vfs = nullptr);
+    Database(const std::string &name, int flags); // those of sqlite3_open_v2
 
     void run(const char *sql); // one or several statements without results
     std::int64_t number(const char *sql);

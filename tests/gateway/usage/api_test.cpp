@@ -203,7 +203,7 @@ TEST(TableTest, FitsTheTerminalAndAlignsWhateverIsInIt) {
 }
 
 TEST(InstanceTest, IsTheOnlyOneThereIsOrHasToBeNamed) {
-    const Folder roots;
+    const Scratch roots;
     const std::string state = roots / "state";
     const std::string runtime = roots / "run";
     const auto find = [&](Place given) { return findPlace(std::move(given), state, runtime); };
