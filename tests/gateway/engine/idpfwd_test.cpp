@@ -58,6 +58,15 @@ TEST_F(IdpfwdTest, ServesAndDumpsAScenarioAndLeavesNothingBehind) {
 TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD " --scenario /none")), 1);
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD)), 2);
+    const Scratch scratch;
+    const std::string folder = scratch.path();
+    scratch.write("s.json", R"({"steps": [{}]})");
+    EXPECT_EQ(
+        WEXITSTATUS(std::system((IDPFWD " --device socket --dump /proc/x --scenario " + folder +
+                                 "/s.json --socket " + folder + "/socket 2>" + folder + "/said")
+                                    .c_str())),
+        1);
+    EXPECT_THAT(scratch.read("said"), HasSubstr("cannot write /proc/x"));
 }
 
 } // namespace
