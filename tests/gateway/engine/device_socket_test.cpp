@@ -64,7 +64,7 @@ TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     forward_ioctl empty{};
     const auto began = std::chrono::steady_clock::now();
     EXPECT_EQ(call(&empty), EINVAL);
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(500));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2)) << "not three";
     Words request = {0, 0, 44, 0, 2U << 24, 0, 0xFFFFFFFF, 0, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(answerTo(request), Words{}) << "no mark";
     request[0] = WIRE_MARK;

@@ -61,12 +61,14 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     const Scratch scratch;
     const std::string folder = scratch.path();
     scratch.write("s.json", R"({"steps": [{}]})");
-    EXPECT_EQ(
-        WEXITSTATUS(std::system((IDPFWD " --device socket --dump /proc/x --scenario " + folder +
-                                 "/s.json --socket " + folder + "/socket 2>" + folder + "/said")
-                                    .c_str())),
-        1);
-    EXPECT_THAT(scratch.read("said"), HasSubstr("cannot write /proc/x"));
+    for (const auto &[more, said] : {std::pair("socket --dump /proc/x", "cannot write /proc/x"),
+                                     {"socket --socket /none/x", "cannot listen at /none/x"}}) {
+        const std::string command = IDPFWD " --scenario " + folder + "/s.json --databases " +
+                                    folder + " --socket " + folder + "/socket 2>" + folder +
+                                    "/said --device " + more;
+        EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+        EXPECT_THAT(scratch.read("said"), HasSubstr(said));
+    }
 }
 
 } // namespace
