@@ -107,10 +107,10 @@ Store::Store(StoreOptions options, Present &present) : options_(std::move(option
     lockFolder();
     try {
         openWhenReadersLeft(present);
-    } catch (const SqlError &error) {
-        if (!error.isDamage())
-            throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
+    } catch (const SqlDamage &) {
         startAnew(present);
+    } catch (const SqlError &error) {
+        throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
     }
 }
 
@@ -178,7 +178,7 @@ void Store::openService(Present &present) {
                    "PRAGMA wal_autocheckpoint=64; PRAGMA journal_size_limit=524288");
     if (!isNew) {
         if (database_->text("PRAGMA quick_check(1)") != "ok")
-            throw SqlError("its pages don't fit together", SQLITE_CORRUPT);
+            throw SqlDamage("its pages don't fit together");
         load(present);
         return;
     }
@@ -219,7 +219,7 @@ void Store::load(Present &present) const {
     }
     auto baseline = unpackBaseline(kept.bytes(8));
     if (!baseline)
-        throw SqlError("its counters are damaged", SQLITE_CORRUPT);
+        throw SqlDamage("its counters are damaged");
     present.baseline = std::move(*baseline);
 }
 

@@ -103,7 +103,7 @@ TEST(UplinkOutbox, ADamagedOneIsSetAsideForOneWithAnotherIdentity) {
                 outbox.put(i, 0, std::string(3000, 'x'));
         }
         happens();
-        EXPECT_THROW(Outbox(scratch.path(), kRoomy), DatabaseDamaged);
+        EXPECT_THROW(Outbox(scratch.path(), kRoomy), SqlDamage);
         setAside(scratch.path());
     }
     EXPECT_THAT(scratch.names(), ElementsAre("damaged-5-outbox.db", "damaged-6-outbox.db"));
@@ -114,7 +114,7 @@ TEST(UplinkOutbox, ANewerOneIsLeftAlone) {
     { const Outbox outbox(scratch.path(), kRoomy); }
     Database(scratch.path() / Outbox::kFile).run("PRAGMA user_version=2");
     EXPECT_THAT([&] { Outbox(scratch.path(), kRoomy); },
-                testing::ThrowsMessage<DatabaseError>(testing::HasSubstr("newer")));
+                testing::ThrowsMessage<SqlError>(testing::HasSubstr("newer")));
 }
 
 } // namespace
