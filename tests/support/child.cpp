@@ -28,20 +28,19 @@ Child::Child(std::vector<std::string> words, const std::string &output,
 }
 
 Child::~Child() {
-    if (process_ > 0) {
-        signal(SIGKILL);
-        wait();
-    }
+    signal(SIGKILL);
+    wait();
 }
 
 void Child::signal(int number) const {
-    kill(process_, number);
+    if (process_ > 0) // -1 would be everybody
+        kill(process_, number);
 }
 
-int Child::wait() {
+int exitStatus(pid_t process) {
     int status = 0;
-    waitpid(process_, &status, 0);
-    process_ = -1;
+    if (process <= 0 || waitpid(process, &status, 0) != process)
+        return -1;
     return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 

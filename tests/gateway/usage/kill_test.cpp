@@ -49,14 +49,14 @@ class KillTest : public testing::Test {
 
     void startEngine(const std::string &scenario) {
         rig::writeFile("/scenario.json", scenario);
-        engine.emplace(std::vector<std::string>{kFolder + "idpfwd", "--scenario", "/scenario.json",
-                                                "--device", "socket", "--dump", "/dump.json"},
-                       "/idpfwd", environment(""));
+        engine.emplace(
+            launch("idpfwd",
+                   {"--scenario", "/scenario.json", "--device", "socket", "--dump", "/dump.json"},
+                   "", "/idpfwd"));
         ASSERT_TRUE(eventually([] { return says("/idpfwd", "idpfwd"); }));
     }
-    void startService() {
-        service.emplace(words("serve", {"--every", "1", "--listen", "none"}), "/serve",
-                        environment("/lib/router/libidpfw-shim.so"));
+    void startService(const char *every = "1") {
+        service.emplace(ofService("serve", {"--every", every, "--listen", "none"}, "/serve"));
     }
     int end(std::optional<Child> &child, int number) {
         child->signal(number);
@@ -68,21 +68,22 @@ class KillTest : public testing::Test {
 
     // Runs a command to its end.
     static int run(const char *command, const std::vector<std::string> &more = {}) {
-        return Child(words(command, more), "/command", environment("/lib/router/libidpfw-shim.so"))
-            .wait();
+        return ofService(command, more, "/command").wait();
     }
-    static std::vector<std::string> words(const char *command,
-                                          const std::vector<std::string> &more) {
-        std::vector<std::string> all = {kFolder + "traffic-usage", command};
-        all.insert(all.end(), more.begin(), more.end());
-        all.insert(all.end(), {"--state", "/var/lib/traffic-usage/br0", "--runtime",
-                               "/run/traffic-usage/br0"});
-        return all;
+    static Child ofService(const char *command, std::vector<std::string> words,
+                           const char *output) {
+        words.insert(words.begin(), command);
+        words.insert(words.end(), {"--state", "/var/lib/traffic-usage/br0", "--runtime",
+                                   "/run/traffic-usage/br0"});
+        return launch("traffic-usage", words, "/lib/router/libidpfw-shim.so", output);
     }
-    static std::vector<std::pair<const char *, std::string>> environment(const char *preload) {
-        return {{"LD_LIBRARY_PATH", kFolder},
-                {"LD_PRELOAD", preload},
-                {"ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"}};
+    static Child launch(const std::string &program, std::vector<std::string> words,
+                        const char *preload, const char *output) {
+        words.insert(words.begin(), kFolder + program);
+        return Child(words, output,
+                     {{"LD_LIBRARY_PATH", kFolder},
+                      {"LD_PRELOAD", preload},
+                      {"ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"}});
     }
 
     std::optional<Child> engine, service;
@@ -144,7 +145,7 @@ TEST_F(KillTest, CommandsSayWhatTheyCannotDo) {
     EXPECT_EQ(run("show"), 1); // neither a service nor a store
     startEngine(R"({"steps": [{"generate": {"users": 63, "apps": 512, "category": 1, "first_app": 1,
                                             "down": 1000, "up": 100}}]})");
-    startService();
+    startService("60"); // once: it has all to answer for
     ASSERT_TRUE(eventually([] { return run("show") == 0; }));
     EXPECT_EQ(run("serve"), 1); // a second one
     EXPECT_THAT(rig::readFile("/command.err"), HasSubstr("in use by another service"));
