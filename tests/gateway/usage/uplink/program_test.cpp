@@ -23,6 +23,7 @@ using testing::HasSubstr;
 class UplinkProgram : public testing::Test {
   protected:
     void SetUp() override {
+        setenv("PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
         if (std::system("command -v mosquitto mosquitto_sub openssl >/dev/null") != 0)
             GTEST_SKIP() << "mosquitto, mosquitto-clients or openssl is not installed";
         std::filesystem::create_directory(scratch_ / "spool");
