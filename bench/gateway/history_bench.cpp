@@ -138,7 +138,7 @@ void tell(const char *what, double value, const char *unit) {
 
 void measureHistory(const Network &network, const std::string &folder) {
     Present present;
-    Store store({.folder = folder, .vfs = nullptr}, present);
+    Store store({.folder = folder}, present);
     addNames(network, present.directory);
     present.baseline = countersOf(network);
     Generator generator(network);

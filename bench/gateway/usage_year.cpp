@@ -71,8 +71,7 @@ double activity(const MadeDevice &device, Seconds time) {
 
 class Year {
   public:
-    Year(const std::string &folder, Seconds end)
-        : store_({.folder = folder, .vfs = nullptr}, present_), end_(end) {
+    Year(const std::string &folder, Seconds end) : store_({.folder = folder}, present_), end_(end) {
         present_.lastSample = end;
         for (std::size_t at = 0; at < kDevices.size(); ++at)
             addDevice(at);

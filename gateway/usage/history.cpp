@@ -142,17 +142,16 @@ bool History::commit() {
 bool History::tryCommit(DeviceId forgotten) {
     try {
         store_->commit(present_, forgotten);
-    } catch (const SqlError &error) {
-        if (!error.isDamage()) {
-            if (status_.store != StoreHealth::kFull)
-                tell_(std::string("the store can't be written (") + error.what() +
-                      "): counting goes on in memory, and every five minutes tries again");
-            status_.store = StoreHealth::kFull;
-            writeScratch(options_.scratchFile, present_);
-            return false;
-        }
-        setAside(error.what());
+    } catch (const SqlDamage &damage) {
+        setAside(damage.what());
         return status_.store == StoreHealth::kSetAside;
+    } catch (const SqlError &error) {
+        if (status_.store != StoreHealth::kFull)
+            tell_(std::string("the store can't be written (") + error.what() +
+                  "): counting goes on in memory, and every five minutes tries again");
+        status_.store = StoreHealth::kFull;
+        writeScratch(options_.scratchFile, present_);
+        return false;
     }
     if (status_.store == StoreHealth::kFull) {
         tell_("the store is written again");

@@ -58,11 +58,10 @@ class Loop {
   public:
     explicit Loop(const ServeOptions &options)
         : options_(options),
-          history_(
-              {.store = {.folder = options.place.state, .limit = options.limit, .vfs = nullptr},
-               .scratchFile = options.place.scratch(),
-               .every = options.every},
-              engine_, names_, tell),
+          history_({.store = {.folder = options.place.state, .limit = options.limit},
+                    .scratchFile = options.place.scratch(),
+                    .every = options.every},
+                   engine_, names_, tell),
           api_([this] { return view(); }, &history_, options.place.state),
           site_(api_, history_, options.place.instance, options.settings.messages),
           server_({.socketPath = options.place.socket(),

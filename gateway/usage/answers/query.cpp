@@ -299,7 +299,7 @@ Answer ask(const Present &present, const Store &store, const Question &asked) {
     const auto addPacked = [&](const Span &period, PackedView packed) {
         summing.beginPeriod(period.from);
         if (!visitTraffic(packed, add))
-            throw SqlError("a period is damaged", SQLITE_CORRUPT);
+            throw SqlDamage("a period is damaged");
     };
     eachPeriod(store, Level::kMonth, {question.range.from, daysFrom}, addPacked);
     eachPeriod(store, coarsest, {daysFrom, question.range.to}, addPacked);

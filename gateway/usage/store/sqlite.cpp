@@ -4,14 +4,19 @@ namespace usage {
 namespace {
 
 [[noreturn]] void fail(sqlite3 *database, int result) {
-    throw SqlError(database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(result), result);
+    const SqlError error(database != nullptr ? sqlite3_errmsg(database) : sqlite3_errstr(result),
+                         result);
+    if (error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB ||
+        error.code() == SQLITE_FORMAT)
+        throw SqlDamage(error.what());
+    throw error;
 }
 
 } // namespace
 
-Database::Database(const std::string &name, int flags, const char *vfs) {
+Database::Database(const std::string &name, int flags) {
     sqlite3 *opened = nullptr;
-    const int result = sqlite3_open_v2(name.c_str(), &opened, flags, vfs);
+    const int result = sqlite3_open_v2(name.c_str(), &opened, flags, nullptr);
     database_.reset(opened);
     if (result != SQLITE_OK)
         fail(opened, result);
@@ -50,8 +55,8 @@ Statement &Statement::bind(std::int64_t value) {
     return *this;
 }
 
-Statement &Statement::bind(const std::string &value) {
-    check(sqlite3_bind_text(statement_.get(), next_++, value.data(), static_cast<int>(value.size()),
+Statement &Statement::bind(std::string_view text) {
+    check(sqlite3_bind_text(statement_.get(), next_++, text.data(), static_cast<int>(text.size()),
                             SQLITE_STATIC));
     return *this;
 }

@@ -8,26 +8,32 @@
 #include <sqlite3.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace usage {
 
 class SqlError : public std::runtime_error {
   public:
-    SqlError(const std::string &what, int code) : std::runtime_error(what), code_(code) {}
+    explicit SqlError(const std::string &what, int code = SQLITE_ERROR)
+        : std::runtime_error(what), code_(code) {}
     // SQLite's primary result code.
     [[nodiscard]] int code() const { return code_ & 0xFF; }
-    [[nodiscard]] bool isDamage() const {
-        return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB || code() == SQLITE_FORMAT;
-    }
 
   private:
     int code_;
 };
 
+// What the file holds is no sound database.
+class SqlDamage : public SqlError {
+  public:
+    explicit SqlDamage(const std::string &what) : SqlError(what, SQLITE_CORRUPT) {}
+};
+
 class Database {
   public:
-    // Flags of sqlite3_open_v2; vfs may be null.
-    Database(const std::string &name, int flags, const char *vfs = nullptr);
+    // Opens or makes the file, unless flags of sqlite3_open_v2 say another thing.
+    explicit Database(const std::string &name,
+                      int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
 
     void run(const char *sql); // one or several statements without results
     std::int64_t number(const char *sql);
@@ -47,7 +53,7 @@ class Statement {
 
     // Parameters in order; views must live until the next reset.
     Statement &bind(std::int64_t value);
-    Statement &bind(const std::string &value);
+    Statement &bind(std::string_view text);
     Statement &bind(PackedView value);
     Statement &bindNull();
 

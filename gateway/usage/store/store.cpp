@@ -107,10 +107,10 @@ Store::Store(StoreOptions options, Present &present) : options_(std::move(option
     lockFolder();
     try {
         openWhenReadersLeft(present);
-    } catch (const SqlError &error) {
-        if (!error.isDamage())
-            throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
+    } catch (const SqlDamage &) {
         startAnew(present);
+    } catch (const SqlError &error) {
+        throw StoreError("cannot open " + storeFile(options_.folder) + ": " + error.what());
     }
 }
 
@@ -154,8 +154,6 @@ std::unique_ptr<Store> Store::openToRead(const std::string &folder, Present &pre
 
 // SQLite's own lock would not tell another service from somebody who only reads for a moment.
 void Store::lockFolder() {
-    if (options_.vfs != nullptr)
-        return;
     const std::string file = options_.folder + "/lock";
     lock_ = std::make_unique<Descriptor>(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
     if (!*lock_)
@@ -165,9 +163,9 @@ void Store::lockFolder() {
 }
 
 void Store::openService(Present &present) {
-    database_ = std::make_unique<Database>(
-        storeFile(options_.folder),
-        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, options_.vfs);
+    database_ = std::make_unique<Database>(storeFile(options_.folder), SQLITE_OPEN_READWRITE |
+                                                                           SQLITE_OPEN_CREATE |
+                                                                           SQLITE_OPEN_NOMUTEX);
     // The lock is taken with the first access, when readers have left, and never given back.
     database_->run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-1024;"
                    "PRAGMA temp_store=MEMORY");
@@ -180,7 +178,7 @@ void Store::openService(Present &present) {
                    "PRAGMA wal_autocheckpoint=64; PRAGMA journal_size_limit=524288");
     if (!isNew) {
         if (database_->text("PRAGMA quick_check(1)") != "ok")
-            throw SqlError("its pages don't fit together", SQLITE_CORRUPT);
+            throw SqlDamage("its pages don't fit together");
         load(present);
         return;
     }
@@ -221,7 +219,7 @@ void Store::load(Present &present) const {
     }
     auto baseline = unpackBaseline(kept.bytes(8));
     if (!baseline)
-        throw SqlError("its counters are damaged", SQLITE_CORRUPT);
+        throw SqlDamage("its counters are damaged");
     present.baseline = std::move(*baseline);
 }
 

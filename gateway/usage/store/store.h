@@ -20,7 +20,6 @@ class StoreError : public std::runtime_error {
 struct StoreOptions {
     std::string folder;
     std::uint64_t limit = 64U << 20U; // bytes; the oldest is given up beyond it
-    const char *vfs = nullptr;
 };
 
 class Store {

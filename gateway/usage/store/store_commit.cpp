@@ -26,7 +26,7 @@ void addTo(Traffic &sum, PackedView packed) {
     const bool good =
         visitTraffic(packed, [&](Pair pair, const Bytes &bytes) { sum[pair] += bytes; });
     if (!good)
-        throw SqlError("a period is damaged", SQLITE_CORRUPT);
+        throw SqlDamage("a period is damaged");
 }
 
 void writeGaps(const Database &database, const std::vector<Span> &gaps) {

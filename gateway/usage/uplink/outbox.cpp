@@ -12,6 +12,8 @@ namespace uplink {
 namespace {
 
 namespace fs = std::filesystem;
+using usage::Statement;
+using usage::Transaction;
 
 constexpr std::int64_t kVersion = 1;
 constexpr std::size_t kIdentityBytes = 16;
@@ -20,7 +22,7 @@ constexpr std::size_t kDamagedKept = 2;
 std::string randomIdentity() {
     std::array<char, kIdentityBytes> bytes{};
     if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
-        throw DatabaseError("the system has no random bytes");
+        throw SqlError("the system has no random bytes");
     return {bytes.data(), bytes.size()};
 }
 
@@ -38,7 +40,7 @@ std::string hexadecimal(std::string_view bytes) {
 void syncFolder(const fs::path &folder) {
     const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened || fsync(opened.get()) != 0)
-        throw DatabaseError("cannot write the folder " + folder.string());
+        throw SqlError("cannot write the folder " + folder.string());
 }
 
 } // namespace
@@ -52,16 +54,16 @@ Outbox::Outbox(const fs::path &folder, std::int64_t limit)
     database_.run("PRAGMA journal_size_limit=1048576");
     const std::int64_t version = database_.number("PRAGMA user_version");
     if (version > kVersion)
-        throw DatabaseError("the outbox was made by a newer version of this program");
+        throw SqlError("the outbox was made by a newer version of this program");
     if (version == 0) {
         create();
         syncFolder(folder);
     }
-    if (database_.bytes("PRAGMA quick_check") != "ok")
-        throw DatabaseDamaged("its check has failed");
-    const std::string identity = database_.bytes("SELECT identity FROM outbox");
+    if (database_.text("PRAGMA quick_check") != "ok")
+        throw SqlDamage("its check has failed");
+    const std::string identity = database_.text("SELECT identity FROM outbox");
     if (identity.size() != kIdentityBytes)
-        throw DatabaseDamaged("it has no identity");
+        throw SqlDamage("it has no identity");
     identity_ = hexadecimal(identity);
 }
 
@@ -72,7 +74,7 @@ void Outbox::create() {
     database_.run("CREATE TABLE report (sequence INTEGER PRIMARY KEY, taken INTEGER NOT NULL,"
                   " dropped INTEGER NOT NULL, body BLOB NOT NULL)");
     const std::string identity = randomIdentity();
-    Statement(database_, "INSERT INTO outbox VALUES (?, 0, 0)").bind(identity).step();
+    Statement(database_, "INSERT INTO outbox VALUES (CAST(? AS BLOB), 0, 0)").bind(identity).step();
     database_.run("PRAGMA user_version=1");
     transaction.commit();
 }
@@ -109,7 +111,7 @@ std::int64_t Outbox::put(std::int64_t sequence, std::int64_t taken, std::string_
         .bind(sequence)
         .bind(dropped)
         .step();
-    Statement(database_, "INSERT INTO report SELECT ?, ?, dropped, ? FROM outbox")
+    Statement(database_, "INSERT INTO report SELECT ?, ?, dropped, CAST(? AS BLOB) FROM outbox")
         .bind(sequence)
         .bind(taken)
         .bind(report)
@@ -126,7 +128,7 @@ std::optional<Message> Outbox::next(std::int64_t after) {
     return Message{.sequence = first.number(0),
                    .taken = first.number(1),
                    .dropped = first.number(2),
-                   .report = first.bytes(3)};
+                   .report = first.text(3)};
 }
 
 void Outbox::remove(std::span<const std::int64_t> sequences) {

@@ -3,8 +3,8 @@
 // when the outbox is full, which is counted.
 #pragma once
 
+#include "usage/store/sqlite.h"
 #include "usage/uplink/report.h"
-#include "usage/uplink/sqlite.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,12 +15,16 @@
 
 namespace uplink {
 
+using usage::Database;
+using usage::SqlDamage;
+using usage::SqlError;
+
 class Outbox {
   public:
     static constexpr const char *kFile = "outbox.db";
 
     // Opens the outbox in folder, or makes one with an identity of its own. limit is in bytes of
-    // reports. Throws DatabaseDamaged when the file holds none, DatabaseError when it can't be
+    // reports. Throws SqlDamage when the file holds none, SqlError when it can't be
     // used, also because another process has it open.
     Outbox(const std::filesystem::path &folder, std::int64_t limit);
 

@@ -20,7 +20,7 @@ struct Delivery {
 // Returns when the outbox is empty, the broker fails or shows no progress for config.patience, or
 // goOn, which is called several times a second and may put reports into the outbox, gives false.
 // Connecting is not watched by goOn: ten seconds at most for each address of the broker. Throws
-// DatabaseError. Takes SIGALRM for itself meanwhile. mosquitto_lib_init() must have been called.
+// SqlError. Takes SIGALRM for itself meanwhile. mosquitto_lib_init() must have been called.
 Delivery deliver(Outbox &outbox, const Config &config, const std::function<bool()> &goOn);
 
 } // namespace uplink

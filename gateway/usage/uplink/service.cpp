@@ -131,11 +131,11 @@ class Uplink {
         std::filesystem::create_directories(options_.state);
         try {
             return {options_.state, config_.outboxLimit};
-        } catch (const DatabaseDamaged &damage) {
+        } catch (const SqlDamage &damage) {
             say("the outbox is damaged (" + std::string(damage.what()) + "), kept as " +
                 setAside(options_.state) + ": what waited in it is not sent");
-        } catch (const DatabaseError &error) {
-            throw DatabaseError("cannot use the outbox in " + options_.state + ": " + error.what());
+        } catch (const SqlError &error) {
+            throw SqlError("cannot use the outbox in " + options_.state + ": " + error.what());
         }
         return {options_.state, config_.outboxLimit};
     }
@@ -146,7 +146,7 @@ class Uplink {
         try {
             spool_.take(outbox_, occasion, time(nullptr));
             spoolTrouble_.over();
-        } catch (const DatabaseDamaged &) {
+        } catch (const SqlDamage &) {
             throw;
         } catch (const std::exception &error) {
             spoolTrouble_.tell(std::string("cannot take the report: ") + error.what());
@@ -166,9 +166,9 @@ class Uplink {
                 lookIfAsked();
                 return !signals_.end();
             });
-        } catch (const DatabaseDamaged &) {
+        } catch (const SqlDamage &) {
             throw;
-        } catch (const DatabaseError &error) { // what was sent is sent again: it does not matter
+        } catch (const SqlError &error) { // what was sent is sent again: it does not matter
             return {.stopped = false,
                     .acknowledged = 0,
                     .failure = std::string("the outbox can't be written: ") + error.what()};
@@ -222,7 +222,7 @@ int runService(const Options &options, const Config &config) {
         try {
             Uplink uplink(options, config, signals);
             return options.once ? uplink.once() : uplink.serve();
-        } catch (const DatabaseDamaged &damage) { // found while it was in use: opened afresh
+        } catch (const SqlDamage &damage) { // found while it was in use: opened afresh
             say(std::string("the outbox is damaged: ") + damage.what());
         }
         if (options.once)

@@ -27,7 +27,7 @@ class Spool {
     Spool(std::filesystem::path folder, std::function<void(const std::string &line)> tell);
 
     // Takes what is there, oldest first; now is the system's time. What can't be taken now is left
-    // for the next call. Throws DatabaseError and std::filesystem::filesystem_error.
+    // for the next call. Throws SqlError and std::filesystem::filesystem_error.
     void take(Outbox &outbox, Occasion occasion, time_t now);
 
   private:

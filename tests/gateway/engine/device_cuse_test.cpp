@@ -1,11 +1,9 @@
-// The real device that the kernel makes for the engine, in the router in a machine.
+// The device that the kernel makes for the engine.
 #include "engine/device/device_cuse.h"
 
 #include "device_rig.h"
 
-#include <csignal>
 #include <filesystem>
-#include <sys/wait.h>
 
 namespace idpfwd {
 namespace {
@@ -24,28 +22,7 @@ TEST_F(CuseDeviceTest, TheDeviceIsThereAsLongAsItsEngineAndHasOneEngine) {
     start();
 }
 
-// The answer of a caller that died in the middle must not reach the next one.
-TEST_F(CuseDeviceTest, CallersThatDieInTheMiddleDoNoHarm) {
-    start();
-    std::vector<std::uint8_t> input(1'000'000, 7);
-    forward_ioctl asked = request(input);
-    for (int i = 0; i < 20; ++i) {
-        const pid_t caller = fork();
-        while (caller == 0)
-            call(&asked);
-        usleep(static_cast<useconds_t>(5000 + 1000 * i));
-        kill(caller, SIGKILL);
-        waitpid(caller, nullptr, 0);
-    }
-    EXPECT_EQ(call(&asked), 0);
-    EXPECT_EQ(used_, input.size());
-}
-
 } // namespace
-
-std::string deviceRefusal() {
-    return "";
-}
 
 std::unique_ptr<Device> openTestedDevice(std::string &error) {
     return openCuseDevice(error);

@@ -44,6 +44,13 @@ class DeviceTest : public testing::Test {
         });
     }
 
+    void turn() {
+        std::vector<pollfd> watched;
+        device_->watch(watched);
+        poll(watched.data(), watched.size(), 2);
+        device_->serve(watched, server_);
+    }
+
     void stop() {
         engine_ = {};
         device_.reset();
@@ -80,13 +87,6 @@ class DeviceTest : public testing::Test {
     std::uint32_t used_ = 0;
 
   private:
-    void turn() {
-        std::vector<pollfd> watched;
-        device_->watch(watched);
-        poll(watched.data(), watched.size(), 2);
-        device_->serve(watched, server_);
-    }
-
     std::jthread engine_;
 };
 

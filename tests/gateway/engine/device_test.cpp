@@ -2,7 +2,6 @@
 #include "device_rig.h"
 
 #include "engine/device/caller_header.h"
-#include "engine/engine_state.h"
 
 #include <numeric>
 
@@ -46,24 +45,6 @@ TEST_F(DeviceTest, BadAddressesFailAndTheEngineGoesOn) {
     EXPECT_EQ(call(&good), 0);
     EXPECT_EQ(out_[36], 7);
     EXPECT_EQ(out_[37], 0xEE) << "nothing beyond the capacity";
-}
-
-TEST_F(DeviceTest, TheStateOfTheEngineIsARequestLikeAnyOther) {
-    start();
-    idpfwd_state state{};
-    std::vector<std::uint8_t> none;
-    forward_ioctl asked = request(none);
-    asked.nr = IDPFWD_NR_STATE;
-    asked.op = IDPFWD_OP_STATE;
-    asked.in_type = 0;
-    asked.out = &state;
-    asked.out_len = sizeof state;
-    EXPECT_EQ(call(&asked, IDPFWD_NR_STATE), 0);
-    EXPECT_EQ(used_, sizeof state);
-    EXPECT_NE(state.life, 0U);
-    EXPECT_EQ(state.capture_drops, IDPFWD_UNKNOWN);
-    asked.op = IDPFWD_OP_STATE + 1;
-    EXPECT_EQ(call(&asked, IDPFWD_NR_STATE), ENOTTY);
 }
 
 TEST_F(DeviceTest, ManyThreadsEachGetTheirOwnAnswer) {

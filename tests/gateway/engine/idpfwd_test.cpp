@@ -58,6 +58,17 @@ TEST_F(IdpfwdTest, ServesAndDumpsAScenarioAndLeavesNothingBehind) {
 TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD " --scenario /none")), 1);
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD)), 2);
+    const Scratch scratch;
+    const std::string folder = scratch.path();
+    scratch.write("s.json", R"({"steps": [{}]})");
+    for (const auto &[more, said] : {std::pair("socket --dump /proc/x", "cannot write /proc/x"),
+                                     {"socket --socket /none/x", "cannot listen at /none/x"}}) {
+        const std::string command = IDPFWD " --scenario " + folder + "/s.json --databases " +
+                                    folder + " --socket " + folder + "/socket 2>" + folder +
+                                    "/said --device " + more;
+        EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
+        EXPECT_THAT(scratch.read("said"), HasSubstr(said));
+    }
 }
 
 } // namespace

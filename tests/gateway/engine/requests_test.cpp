@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <numeric>
+#include <tuple>
 #include <unistd.h>
 
 namespace idpfwd {
@@ -21,22 +23,30 @@ constexpr CallerHeader kAsksForState{.magic = IDPFW_MAGIC,
                                      .outAddress = 8,
                                      .outCapacity = sizeof(idpfwd_state)};
 
-TEST(CallerHeader, OfA32BitCallerIsReadAsItLiesInMemory) {
-    std::vector<std::uint8_t> bytes = {0xBF, 0,    0,    0,    12,   2,    0,    2,    0x10, 0x20,
-                                       0x30, 0x40, 5,    1,    0,    0,    0x44, 0x33, 0x22, 0x11,
-                                       0x88, 0x77, 0x66, 0x55, 0x80, 0x16, 0,    0};
-    EXPECT_FALSE(decodeCallerHeader(bytes));
-    bytes.resize(44);
-    const auto header = decodeCallerHeader(bytes);
-    ASSERT_TRUE(header);
-    EXPECT_EQ(header->magic, 191U);
-    EXPECT_EQ(header->nr, 12);
-    EXPECT_EQ(header->op, 2);
-    EXPECT_EQ(header->inAddress, 0x40302010U);
-    EXPECT_EQ(header->inputSize(), 261U);
-    EXPECT_EQ(header->outAddress, 0x11223344U);
-    EXPECT_EQ(header->usedAddress, 0x55667788U);
-    EXPECT_EQ(header->capacity(), 5760U);
+TEST(CallerHeader, OfEitherWidthIsReadAsItLiesInMemory) {
+    std::vector<std::uint8_t> bytes(64); // each with its own place as its value
+    std::iota(bytes.begin(), bytes.end(), 0);
+    const std::tuple<std::size_t, std::uint64_t, std::uint32_t, std::uint64_t, std::uint64_t,
+                     std::uint32_t>
+        rows[] = {{kHeaderSize32, 0x0B0A0908, 0x0F0E0D0C, 0x13121110, 0x17161514, 0x1B1A1918},
+                  {kHeaderSize64, 0x0F0E0D0C0B0A0908, 0x13121110, 0x1F1E1D1C1B1A1918,
+                   0x2726252423222120, 0x2B2A2928}};
+    for (const auto &[size, in, inLength, out, used, capacity] : rows) {
+        const auto header = decodeCallerHeader(std::span(bytes).first(size));
+        ASSERT_TRUE(header);
+        EXPECT_EQ(header->magic, 0x03020100U);
+        EXPECT_EQ(header->nr, 4);
+        EXPECT_EQ(header->op, 5);
+        EXPECT_EQ(header->inType, 7);
+        EXPECT_EQ(header->inValue, 0x0B0A0908U);
+        EXPECT_EQ(header->inAddress, in);
+        EXPECT_EQ(header->inLength, inLength);
+        EXPECT_EQ(header->inputSize(), 0U) << "of type 2 alone";
+        EXPECT_EQ(header->outAddress, out);
+        EXPECT_EQ(header->usedAddress, used);
+        EXPECT_EQ(header->capacity(), capacity);
+    }
+    EXPECT_FALSE(decodeCallerHeader(std::span(bytes).first(28)));
 }
 
 TEST(Requests, AreCheckedAndTheirOutputIsCutToTheCallersCapacityInBytes) {
@@ -107,9 +117,12 @@ TEST(Requests, TheStateNamesTheLifeAndWhatCouldNotBeCounted) {
     EXPECT_EQ(state(server).overflow_packets, 6U);
     EXPECT_EQ(state(server).overflow_bytes, 120U);
     EXPECT_EQ(state(server).capture_drops, 5U);
-    Scenario scenario(parseScenario(R"({"steps": [{"generate": {"users": 1}}]})"));
-    RequestServer playing(scenario);
+    Echo quiet;
+    RequestServer playing(quiet);
     EXPECT_EQ(state(playing).capture_drops, IDPFWD_UNKNOWN);
+    CallerHeader other = kAsksForState;
+    ++other.op;
+    EXPECT_EQ(server.serve(IDPFWD_REQUEST_STATE, other, {}, 0).error, ENOTTY);
 }
 
 } // namespace

@@ -1,10 +1,11 @@
 // A settings store of the test's own, and the processes that share it.
 #pragma once
 
+#include "gateway/engine/scratch.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <functional>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,16 +14,10 @@
 // the store: it would keep it open for the next test.
 class OwnStore : public testing::Test {
   protected:
-    OwnStore() {
-        std::string pattern = std::filesystem::temp_directory_path() / "settings-XXXXXX";
-        if (mkdtemp(pattern.data()) == nullptr)
-            abort();
-        folder = pattern;
-        setenv("NVRAM_DIR", folder.c_str(), 1);
-    }
-    ~OwnStore() override { std::filesystem::remove_all(folder); }
+    OwnStore() { setenv("NVRAM_DIR", folder.c_str(), 1); }
 
-    std::filesystem::path folder;
+    Scratch scratch;
+    const std::filesystem::path &folder = scratch.path();
 };
 
 // Runs the body in a process that fails when one of its expectations does.

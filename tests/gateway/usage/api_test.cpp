@@ -189,6 +189,23 @@ TEST_F(ApiTest, DevicesComeInPagesAndRatesPerSecond) {
     EXPECT_EQ(rates["total"]["down_per_second"], 75);
 }
 
+TEST(TableTest, RemarksTellWhatIsNotAsItShouldBe) {
+    const Json fine = Json::parse(R"({"last_sample": "2026-11-21T12:00:00+00:00", "engine": "ok",
+        "clock": "ok", "store": "ok", "gaps": [],
+        "lost": {"devices": null, "rows": 0, "packets": null, "bytes": 0}})");
+    EXPECT_EQ(remarks(fine), "\nLast sample: 2026-11-21 12:00.\n");
+    const Json bad = Json::parse(R"({"last_sample": null, "engine": "unreachable",
+        "clock": "waiting", "store": "full",
+        "gaps": [{"from": "2026-11-21T12:00:00+00:00", "to": "2026-11-21T13:00:00+00:00"}],
+        "lost": {"devices": 0, "rows": 0, "packets": 0, "bytes": 7}})");
+    const std::string told = remarks(bad);
+    EXPECT_THAT(told, HasSubstr("There was no sample yet.\nThe engine does not answer.\nSamples "));
+    EXPECT_THAT(told, HasSubstr("The store can't be written"));
+    EXPECT_THAT(told, HasSubstr("between 2026-11-21 12:00 and 2026-11-21 13:00.\n"));
+    EXPECT_THAT(told, HasSubstr("Not counted since the engine started: 7 bytes.\n"));
+    EXPECT_THAT(told, Not(HasSubstr("packets")));
+}
+
 TEST(TableTest, FitsTheTerminalAndAlignsWhateverIsInIt) {
     setlocale(LC_CTYPE, "C.UTF-8");
     const std::vector<Column> columns = {{"device", false}, {"down", true}};
@@ -203,7 +220,7 @@ TEST(TableTest, FitsTheTerminalAndAlignsWhateverIsInIt) {
 }
 
 TEST(InstanceTest, IsTheOnlyOneThereIsOrHasToBeNamed) {
-    const Folder roots;
+    const Scratch roots;
     const std::string state = roots / "state";
     const std::string runtime = roots / "run";
     const auto find = [&](Place given) { return findPlace(std::move(given), state, runtime); };

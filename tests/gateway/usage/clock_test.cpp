@@ -49,6 +49,7 @@ TEST(ClockTest, ReadsTimesAsPeopleWriteThem) {
     EXPECT_EQ(evening, 1795292280);
     EXPECT_EQ(timeText(evening), "2026-11-22T01:48:00+05:30");
     EXPECT_EQ(parseTime("2026-11-21t20:18:00.25z"), evening);
+    EXPECT_EQ(parseTime("2026-11-21T22:17:00+01:59"), evening);
     EXPECT_EQ(parseTime("2026-11-22 01:48"), evening);
     EXPECT_EQ(parseTime("2026-11-22"), evening - 6480);
     EXPECT_EQ(parseAgo("30m", evening), evening - 1800);
@@ -57,7 +58,8 @@ TEST(ClockTest, ReadsTimesAsPeopleWriteThem) {
     EXPECT_EQ(parseAgo("900000d", evening), 0);
     for (const char *wrong :
          {"", "2026", "2026-02-29", "2026-13-01", "2026-1-1", "2026-11-21T", "2026-11-21T24:00",
-          "2026-11-21T21:18:00+0100", "2026-11-21T21:18x", "0000-01-01", "7d", "-1h"})
+          "2026-11-21T21:18:00+0100", "2026-11-21T21:18:00+01:60", "2026-11-21T21:18x",
+          "0000-01-01", "7d", "-1h"})
         EXPECT_FALSE(parseTime(wrong)) << wrong;
     for (const char *wrong : {"", "d", "7", "7w", "-7d", "7 d", "99999999999999999999d"})
         EXPECT_FALSE(parseAgo(wrong, evening)) << wrong;

@@ -1,13 +1,12 @@
 // A history over an engine in memory, on a clock of the test's own.
 #pragma once
 
+#include "gateway/engine/scratch.h"
 #include "usage/answers/query.h"
 #include "usage/history.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace usage::testing {
 
@@ -24,29 +23,6 @@ class InZone {
         setenv("TZ", "UTC", 1);
         refreshZone();
     }
-};
-
-// In memory where there is such a file system: a year has many commits.
-class Folder {
-  public:
-    Folder() {
-        const std::filesystem::path memory = "/dev/shm";
-        std::string name =
-            (access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path()) /
-            "usage-XXXXXX";
-        path_ = mkdtemp(name.data());
-    }
-    Folder(const Folder &) = delete;
-    Folder &operator=(const Folder &) = delete;
-    ~Folder() { remove(); }
-    void remove() const { std::filesystem::remove_all(path_); }
-    [[nodiscard]] std::string operator/(const std::string &name) const {
-        return path_ + "/" + name;
-    }
-    [[nodiscard]] const std::string &path() const { return path_; }
-
-  private:
-    std::string path_;
 };
 
 inline Mac macOf(std::uint32_t number) {
@@ -114,12 +90,10 @@ class HistoryTest : public ::testing::Test {
   protected:
     HistoryTest() { start(); }
 
-    void start(const char *vfs = nullptr) {
+    void start() {
         history.reset();
         history = std::make_unique<History>(
-            HistoryOptions{.store = {.folder = vfs != nullptr ? "" : folder.path(),
-                                     .limit = limit,
-                                     .vfs = vfs},
+            HistoryOptions{.store = {.folder = folder.path(), .limit = limit},
                            .scratchFile = folder / "scratch",
                            .every = 5},
             engine, names, [this](const std::string &line) { told += line + "\n"; });
@@ -140,7 +114,7 @@ class HistoryTest : public ::testing::Test {
     }
     Bytes total() { return ask(0, kLatest).total; }
 
-    Folder folder;
+    Scratch folder;
     FakeEngine engine;
     FakeNames names;
     std::string told;

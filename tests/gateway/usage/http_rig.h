@@ -1,20 +1,17 @@
 // A server under test and its clients, in one thread: waiting for a reply lets the server work.
 #pragma once
 
-#include "common/file.h"
+#include "gateway/engine/scratch.h"
+#include "support/loopback.h"
 #include "usage/http/http.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <netinet/in.h>
 #include <poll.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,30 +22,12 @@ void passTime(std::chrono::seconds span);
 
 class HttpTest : public testing::Test {
   protected:
-    HttpTest() {
-        char made[] = "/tmp/usage-http-XXXXXX";
-        folder_ = mkdtemp(made);
-        const Descriptor probe(socket(AF_INET, SOCK_STREAM, 0));
-        sockaddr_in address = loopback(0);
-        bind(probe.get(), reinterpret_cast<sockaddr *>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        getsockname(probe.get(), reinterpret_cast<sockaddr *>(&address), &length);
-        port_ = ntohs(address.sin_port);
-    }
     ~HttpTest() override {
         server_.reset();
-        EXPECT_EQ(rmdir(folder_.c_str()), 0) << "something was left behind";
+        EXPECT_THAT(folder_.names(), testing::IsEmpty());
     }
 
-    static sockaddr_in loopback(std::uint16_t port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return address;
-    }
-
-    [[nodiscard]] std::string socketPath() const { return folder_ + "/api.sock"; }
+    [[nodiscard]] std::string socketPath() const { return folder_ / "api.sock"; }
     [[nodiscard]] std::string listen() const { return "127.0.0.1:" + std::to_string(port_); }
 
     void start(HttpHandler handler, const std::string &passwordHash = "") {
@@ -59,7 +38,7 @@ class HttpTest : public testing::Test {
     // A client of TCP, which has sent this.
     [[nodiscard]] int client(const std::string &bytes) const {
         const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-        const sockaddr_in address = loopback(port_);
+        const sockaddr_in address = rig::loopback(port_);
         EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address),
                   0);
         put(descriptor, bytes);
@@ -122,8 +101,8 @@ class HttpTest : public testing::Test {
         return reply.size() < 12 ? 0 : std::atoi(reply.c_str() + 9);
     }
 
-    std::string folder_;
-    std::uint16_t port_ = 0;
+    Scratch folder_;
+    std::uint16_t port_ = rig::freePort();
     std::unique_ptr<HttpServer> server_;
 };
 

@@ -1,70 +1,32 @@
 // The service as it ships, killed at seeded moments while an engine counts: not a byte of
 // difference. KILLS says how often (200 takes some four minutes), SEED when.
+#include "support/child.h"
 #include "support/files.h"
 #include "support/private_root.h"
 
-#include <chrono>
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <gmock/gmock.h>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <random>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
 using Json = nlohmann::json;
+using rig::Child;
+using rig::eventually;
 using testing::HasSubstr;
 
 const std::string kFolder = "/lib/router/";
-const std::vector<std::string> kPlace = {"--state", "/var/lib/traffic-usage/br0", "--runtime",
-                                         "/run/traffic-usage/br0"};
 
 std::string refusal;
 
 unsigned long fromEnvironment(const char *name, unsigned long otherwise) {
     const char *value = getenv(name);
     return value != nullptr ? std::stoul(value) : otherwise;
-}
-
-pid_t launch(const std::string &program, std::vector<std::string> words,
-             const std::string &output) {
-    const pid_t child = fork();
-    if (child != 0)
-        return child;
-    setenv("LD_LIBRARY_PATH", kFolder.c_str(), 1);
-    setenv("LD_PRELOAD", program == "idpfwd" ? "" : "/lib/router/libidpfw-shim.so", 1);
-    setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
-    dup2(open((output + ".out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
-    dup2(open((output + ".err").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), STDERR_FILENO);
-    words.insert(words.begin(), kFolder + program);
-    std::vector<char *> arguments;
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    _exit(126);
-}
-
-int exitStatus(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
-// For at most a minute.
-void waitFor(const char *what, const std::function<bool()> &condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            FAIL() << "waited in vain for " << what;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
 }
 
 bool says(const std::string &file, const char *text) {
@@ -80,40 +42,51 @@ class KillTest : public testing::Test {
         ASSERT_EQ(rig::showProcesses(), ""); // a sanitizer reads its options there
     }
     void TearDown() override {
-        for (const pid_t child : {service, engine}) {
-            if (child > 0 && kill(child, SIGKILL) == 0)
-                exitStatus(child);
-        }
+        service.reset();
+        engine.reset();
         rig::hideProcesses();
     }
 
     void startEngine(const std::string &scenario) {
         rig::writeFile("/scenario.json", scenario);
-        engine =
+        engine.emplace(
             launch("idpfwd",
                    {"--scenario", "/scenario.json", "--device", "socket", "--dump", "/dump.json"},
-                   "/idpfwd");
-        waitFor("the engine", [] { return says("/idpfwd.out", "idpfwd"); });
+                   "", "/idpfwd"));
+        ASSERT_TRUE(eventually([] { return says("/idpfwd", "idpfwd"); }));
     }
-    void startService() {
-        service =
-            launch("traffic-usage", words("serve", {"--every", "1", "--listen", "none"}), "/serve");
+    void startService(const char *every = "1") {
+        service.emplace(ofService("serve", {"--every", every, "--listen", "none"}, "/serve"));
+    }
+    int end(std::optional<Child> &child, int number) {
+        child->signal(number);
+        const int status = child->wait();
+        child.reset();
+        EXPECT_FALSE(says("/serve.err", "Sanitizer")) << rig::readFile("/serve.err");
+        return status;
     }
 
     // Runs a command to its end.
     static int run(const char *command, const std::vector<std::string> &more = {}) {
-        return exitStatus(launch("traffic-usage", words(command, more), "/command"));
+        return ofService(command, more, "/command").wait();
     }
-    static std::vector<std::string> words(const char *command,
-                                          const std::vector<std::string> &more) {
-        std::vector<std::string> all = {command};
-        all.insert(all.end(), more.begin(), more.end());
-        all.insert(all.end(), kPlace.begin(), kPlace.end());
-        return all;
+    static Child ofService(const char *command, std::vector<std::string> words,
+                           const char *output) {
+        words.insert(words.begin(), command);
+        words.insert(words.end(), {"--state", "/var/lib/traffic-usage/br0", "--runtime",
+                                   "/run/traffic-usage/br0"});
+        return launch("traffic-usage", words, "/lib/router/libidpfw-shim.so", output);
+    }
+    static Child launch(const std::string &program, std::vector<std::string> words,
+                        const char *preload, const char *output) {
+        words.insert(words.begin(), kFolder + program);
+        return Child(words, output,
+                     {{"LD_LIBRARY_PATH", kFolder},
+                      {"LD_PRELOAD", preload},
+                      {"ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"}});
     }
 
-    pid_t engine = -1;
-    pid_t service = -1;
+    std::optional<Child> engine, service;
 };
 
 using Truth =
@@ -153,32 +126,27 @@ TEST_F(KillTest, NotAByteIsLostOrCountedTwiceWheneverTheServiceIsKilled) {
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 1500));
         if (random() % 3 == 0)
             run("name", {"02:00:00:00:00:01", "round " + std::to_string(i)}); // commits
-        kill(service, SIGKILL);
-        EXPECT_EQ(exitStatus(std::exchange(service, -1)), 1000 + SIGKILL)
-            << rig::readFile("/serve.err");
+        EXPECT_EQ(end(service, SIGKILL), -SIGKILL);
     }
-    waitFor("the scenario's end", [] { return says("/idpfwd.out", "finished"); });
+    ASSERT_TRUE(eventually([] { return says("/idpfwd", "finished"); }));
     startService();
-    waitFor("the socket", [] { return run("live", {"--count", "1"}) == 0; });
-    kill(service, SIGTERM);
-    EXPECT_EQ(exitStatus(std::exchange(service, -1)), 0) << rig::readFile("/serve.err");
-    kill(engine, SIGTERM);
-    EXPECT_EQ(exitStatus(std::exchange(engine, -1)), 0);
+    ASSERT_TRUE(eventually([] { return run("live", {"--count", "1"}) == 0; }));
+    EXPECT_EQ(end(service, SIGTERM), 0);
+    EXPECT_EQ(end(engine, SIGTERM), 0);
 
     ASSERT_EQ(run("show", {"--since", "1d", "--by", "device,application", "--format", "json"}), 0);
-    const Json usage = Json::parse(rig::readFile("/command.out"));
+    const Json usage = Json::parse(rig::readFile("/command"));
     EXPECT_EQ(countedByEngine().size(), 15U);
     EXPECT_EQ(shown(usage), countedByEngine());
     EXPECT_EQ(usage["state"]["store"], "ok");
-    EXPECT_THAT(rig::readFile("/serve.err"), testing::Not(HasSubstr("Sanitizer")));
 }
 
 TEST_F(KillTest, CommandsSayWhatTheyCannotDo) {
     EXPECT_EQ(run("show"), 1); // neither a service nor a store
     startEngine(R"({"steps": [{"generate": {"users": 63, "apps": 512, "category": 1, "first_app": 1,
                                             "down": 1000, "up": 100}}]})");
-    startService();
-    waitFor("the socket", [] { return run("show") == 0; });
+    startService("60"); // once: it has all to answer for
+    ASSERT_TRUE(eventually([] { return run("show") == 0; }));
     EXPECT_EQ(run("serve"), 1); // a second one
     EXPECT_THAT(rig::readFile("/command.err"), HasSubstr("in use by another service"));
     for (const auto &[command, more] :
@@ -196,16 +164,15 @@ TEST_F(KillTest, CommandsSayWhatTheyCannotDo) {
 
     // Everything that an engine can know, in one answer and in one file.
     ASSERT_EQ(run("show", {"--by", "device,application", "--format", "json"}), 0);
-    const Json usage = Json::parse(rig::readFile("/command.out"));
+    const Json usage = Json::parse(rig::readFile("/command"));
     EXPECT_EQ(usage["rows"].size(), 63U * 512U);
     EXPECT_EQ(usage["total"]["down"], 63U * 512U * 1000U);
     ASSERT_EQ(run("backup", {"/copy/history.db"}), 1);
     std::filesystem::create_directory("/copy");
     ASSERT_EQ(run("backup", {"/copy/history.db"}), 0);
     EXPECT_EQ(run("export"), 0);
-    EXPECT_EQ(std::ranges::count(rig::readFile("/command.out"), '\n'), 63 * 512);
-    kill(service, SIGTERM);
-    EXPECT_EQ(exitStatus(std::exchange(service, -1)), 0);
+    EXPECT_EQ(std::ranges::count(rig::readFile("/command"), '\n'), 63 * 512);
+    EXPECT_EQ(end(service, SIGTERM), 0);
     EXPECT_EQ(run("name", {"02:00:00:00:00:01", "x"}), 1); // nobody is there to change it
 }
 

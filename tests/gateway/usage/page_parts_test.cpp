@@ -1,3 +1,4 @@
+#include "gateway/engine/scratch.h"
 #include "usage/answers/messages.h"
 #include "usage/answers/metrics.h"
 #include "usage/commands/setup.h"
@@ -82,26 +83,20 @@ TEST_F(MetricsTest, PassPromtool) {
 
 class SetupTest : public testing::Test {
   protected:
-    SetupTest() {
-        char made[] = "/tmp/usage-setup-XXXXXX";
-        folder_ = mkdtemp(made);
-    }
-    ~SetupTest() override { std::filesystem::remove_all(folder_); }
-
     int setUpWith(const std::string &typed, const std::string &listen = "192.0.2.1:8080") {
         std::istringstream in(typed);
         return setUp({"br0", file(), listen}, in, out_);
     }
-    [[nodiscard]] std::string file() const { return folder_ + "/sub/br0.json"; }
+    [[nodiscard]] std::string file() const { return folder_ / "sub/br0.json"; }
 
-    std::string folder_;
+    Scratch folder_;
     std::ostringstream out_;
 };
 
 TEST_F(SetupTest, KeepsAHashThatGrantsThePasswordAndNothingElseChanges) {
     Settings before;
     before.messages = {"broker", 1884, "user", "secret"};
-    std::filesystem::create_directory(folder_ + "/sub");
+    std::filesystem::create_directory(folder_ / "sub");
     writeSettings(file(), before);
     ASSERT_EQ(setUpWith("correct horse\n"), 0) << out_.str();
     const Settings after = readSettings(file());
@@ -132,7 +127,7 @@ TEST_F(SetupTest, RefusesAndLeavesTheFileAlone) {
         std::ofstream(file()) << damaged;
         EXPECT_THROW(readSettings(file()), std::runtime_error) << damaged;
     }
-    EXPECT_EQ(readSettings(folder_ + "/none"), Settings());
+    EXPECT_EQ(readSettings(folder_ / "none"), Settings());
 }
 
 TEST(PageFiles, FitTheirFirstLoadAndHaveTypesAndTags) {
@@ -149,25 +144,21 @@ TEST(PageFiles, FitTheirFirstLoadAndHaveTypesAndTags) {
 }
 
 TEST(MessageTexts, TellTodayAndAnnounceTwoSensorsForEachDevice) {
-    char made[] = "/tmp/usage-messages-XXXXXX";
-    const std::string folder = mkdtemp(made);
+    const Scratch folder;
     constexpr Seconds kNow = 1795295880;
-    {
-        Present present;
-        const Store store({folder}, present);
-        Device &device = present.directory.device(*parseMac("02:00:5e:00:00:11"));
-        device.hostName = "tv \"x\"";
-        const Pair pair{device.id, present.directory.application({"Media", "YouTube"})};
-        present.slots[periodAt(Level::kSlot, kNow).from][pair] = {1000, 10};
-        const MessageTexts texts = messageTexts(present, store, "br-0", kNow);
-        EXPECT_EQ(texts.at("traffic-usage/br-0/today/02005e000011"),
-                  R"({"name":"tv \"x\"","down":1000,"up":10})");
-        EXPECT_THAT(texts.at("traffic-usage/br-0/today/all"), HasSubstr("\"down\":1000"));
-        EXPECT_THAT(texts.at("homeassistant/sensor/traffic_usage_br_0_02005e000011/up/config"),
-                    HasSubstr(R"("state_topic":"traffic-usage/br-0/today/02005e000011")"));
-        EXPECT_EQ(texts.size(), 6U);
-    }
-    std::filesystem::remove_all(folder);
+    Present present;
+    const Store store({folder.path()}, present);
+    Device &device = present.directory.device(*parseMac("02:00:5e:00:00:11"));
+    device.hostName = "tv \"x\"";
+    const Pair pair{device.id, present.directory.application({"Media", "YouTube"})};
+    present.slots[periodAt(Level::kSlot, kNow).from][pair] = {1000, 10};
+    const MessageTexts texts = messageTexts(present, store, "br-0", kNow);
+    EXPECT_EQ(texts.at("traffic-usage/br-0/today/02005e000011"),
+              R"({"name":"tv \"x\"","down":1000,"up":10})");
+    EXPECT_THAT(texts.at("traffic-usage/br-0/today/all"), HasSubstr("\"down\":1000"));
+    EXPECT_THAT(texts.at("homeassistant/sensor/traffic_usage_br_0_02005e000011/up/config"),
+                HasSubstr(R"("state_topic":"traffic-usage/br-0/today/02005e000011")"));
+    EXPECT_EQ(texts.size(), 6U);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Starts the programs that ship, in a private root: the daemon with its real settings store, and
 // the engine playing a scenario. The only things that are not real are the uploader's killall and
 // the length of the wait between passes.
+#include "support/child.h"
 #include "support/commands.h"
 #include "support/files.h"
 #include "support/private_root.h"
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
+#include <optional>
 #include <random>
 #include <regex>
 #include <sys/ioctl.h>
@@ -24,13 +26,15 @@
 #include <unistd.h>
 #include <utility>
 
+using rig::Child;
 using testing::HasSubstr;
 
 namespace {
 
-// The programs under test and what they need; what they print goes to "/<program>.out" and ".err".
+// The programs under test and what they need; what they print goes to "/<program>" and
+// "/<program>.err".
 const std::string kFolder = "/lib/router/";
-constexpr const char *kOutput = "/trafficUsageDetailsD.out";
+constexpr const char *kOutput = "/trafficUsageDetailsD";
 constexpr const char *kErrors = "/trafficUsageDetailsD.err";
 constexpr const char *kPidFile = "/var/run/trafficUsageDetailsD.pid";
 constexpr const char *kWaits = "/tmp/waits"; // of the preloaded quick_wait
@@ -46,38 +50,16 @@ bool says(const char *path, const char *text) {
     return slurp(path).find(text) != std::string::npos;
 }
 
-pid_t launch(const std::string &program, std::vector<std::string> words, const char *preload = "") {
-    const pid_t child = fork();
-    if (child != 0)
-        return child;
-    setenv("LD_LIBRARY_PATH", kFolder.c_str(), 1);
-    setenv("LD_PRELOAD", preload, 1);
-    setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1); // no leaks in here
-    dup2(creat(("/" + program + ".out").c_str(), 0644), STDOUT_FILENO);
-    dup2(creat(("/" + program + ".err").c_str(), 0644), STDERR_FILENO);
+Child launch(const std::string &program, std::vector<std::string> words, const char *preload = "") {
     words.insert(words.begin(), kFolder + program);
-    std::vector<char *> arguments;
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    execv(arguments[0], arguments.data());
-    _exit(126);
+    return Child(words, "/" + program,
+                 {{"LD_LIBRARY_PATH", kFolder},
+                  {"LD_PRELOAD", preload},
+                  {"ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0"}}); // no leaks in here
 }
 
-int exitStatus(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-}
-
-// Polls, for at most half a minute.
 void waitFor(const char *what, const std::function<bool()> &condition) {
-    for (int i = 0; i < 3000; ++i) {
-        if (condition())
-            return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    FAIL() << "waited in vain for " << what;
+    EXPECT_TRUE(rig::eventually(condition)) << "waited in vain for " << what;
 }
 
 // These members of every object of a report, or of an array, as text in lower case.
@@ -142,21 +124,22 @@ class EndToEnd : public testing::Test {
     }
 
     void TearDown() override {
-        for (const pid_t child : {daemon, engine}) {
-            if (child > 0 && kill(child, child == engine ? SIGTERM : SIGKILL) == 0)
-                exitStatus(child);
-        }
+        if (daemon > 0 && kill(daemon, SIGKILL) == 0)
+            daemonsEnd();
+        if (engine)
+            engine->signal(SIGTERM);
+        engine.reset();
         rig::hideProcesses();
     }
 
     static void set(const char *setting) {
-        ASSERT_EQ(exitStatus(launch("nvram", {"set", setting})), 0) << slurp("/nvram.err");
+        ASSERT_EQ(launch("nvram", {"set", setting}).wait(), 0) << slurp("/nvram.err");
     }
 
     void startEngine(std::vector<std::string> options) {
         options.insert(options.begin(), {"--device", "socket"});
-        engine = launch("idpfwd", options);
-        waitFor("the engine", [] { return !slurp("/idpfwd.out").empty(); });
+        engine.emplace(launch("idpfwd", options));
+        waitFor("the engine", [] { return !slurp("/idpfwd").empty(); });
     }
 
     // A device with so many applications, which are all quiet from the start on.
@@ -179,23 +162,25 @@ class EndToEnd : public testing::Test {
     // order, and gives how often they have grown.
     double liveOnce(std::chrono::milliseconds length, bool crash) {
         std::filesystem::remove("/dump.json");
-        std::filesystem::remove("/idpfwd.out");
+        std::filesystem::remove("/idpfwd");
         startEngine({"--scenario", "/scenario.json", "--dump", "/dump.json"});
         std::this_thread::sleep_for(length);
         if (crash) {
-            kill(engine, SIGUSR1);
+            engine->signal(SIGUSR1);
             waitFor("the dump", [] { return rig::fileExists("/dump.json"); });
         }
-        kill(engine, crash ? SIGKILL : SIGTERM);
-        exitStatus(std::exchange(engine, -1));
+        engine->signal(crash ? SIGKILL : SIGTERM);
+        engine->wait();
+        engine.reset();
         return countedGrowths();
     }
 
     // Runs the program until it exits; a daemon that detached itself goes on.
     static int startDaemon(const std::vector<std::string> &arguments = {}) {
-        return exitStatus(launch("trafficUsageDetailsD", arguments,
-                                 "/lib/router/libidpfw-shim.so /lib/router/libquick-wait.so "
-                                 "/lib/router/libfail-call.so"));
+        return launch("trafficUsageDetailsD", arguments,
+                      "/lib/router/libidpfw-shim.so /lib/router/libquick-wait.so "
+                      "/lib/router/libfail-call.so")
+            .wait();
     }
 
     // Starts the daemon with this call failing; gives whether there was such a call. A daemon that
@@ -212,7 +197,7 @@ class EndToEnd : public testing::Test {
         if (status == 0) {
             waitFor("the first pass", [] { return waits() > 0; });
             daemon = std::stoi(slurp(kWaits));
-            kill(daemon, SIGTERM);
+            tell(SIGTERM);
             EXPECT_EQ(daemonsEnd(), 0);
         }
         EXPECT_TRUE(status == 0 || !slurp(kErrors).empty()) << "it says why";
@@ -227,8 +212,14 @@ class EndToEnd : public testing::Test {
         daemon = std::stoi(slurp(kWaits));
     }
 
+    // Signals the daemon, when there is one: -1 would be everybody.
+    void tell(int signal) const {
+        ASSERT_GT(daemon, 0);
+        kill(daemon, signal);
+    }
+
     // Waits for it; what is gone is never signalled again.
-    int daemonsEnd() { return exitStatus(std::exchange(daemon, -1)); }
+    int daemonsEnd() { return rig::exitStatus(std::exchange(daemon, -1)); }
 
     static void waitForUploaderSignal() {
         waitFor("the signal to the uploader", [] { return !rig::recordedCommands().empty(); });
@@ -243,7 +234,7 @@ class EndToEnd : public testing::Test {
     }
 
     pid_t daemon = -1;
-    pid_t engine = -1;
+    std::optional<Child> engine;
 };
 
 } // namespace
@@ -270,7 +261,7 @@ TEST_F(EndToEnd, ReportsOnRequestDumpsOnRequestAndLeavesOnTermination) {
     EXPECT_EQ(slurp(kPidFile), std::to_string(daemon)); // no newline
     passes(4);
     EXPECT_FALSE(rig::fileExists(kReport));
-    kill(daemon, SIGUSR1);
+    tell(SIGUSR1);
     waitForUploaderSignal();
     EXPECT_THAT(rig::recordedCommands(), testing::ElementsAre("killall -SIGUSR2 aws_json"));
     const std::string report = slurp(kReport);
@@ -279,7 +270,7 @@ TEST_F(EndToEnd, ReportsOnRequestDumpsOnRequestAndLeavesOnTermination) {
 
     // With the debug log off a dump prints nothing, but it looks for the device database once.
     const std::string errors = slurp(kErrors);
-    kill(daemon, SIGUSR2);
+    tell(SIGUSR2);
     passes(3);
     EXPECT_EQ(slurp(kErrors),
               errors + "[init_dev_os(336)]: get /tmp/trend/bwdpi.devdb.db error \n");
@@ -288,7 +279,7 @@ TEST_F(EndToEnd, ReportsOnRequestDumpsOnRequestAndLeavesOnTermination) {
     set("tud_dbg=1");
     waitFor("the dump", [] { return says(kOutput, "Dump memory buffer end"); });
     EXPECT_TRUE(says(kOutput, "\nDeviceType: unknown\ntrafficStartTime: "));
-    kill(daemon, SIGTERM);
+    tell(SIGTERM);
     EXPECT_EQ(daemonsEnd(), 0);
     EXPECT_FALSE(rig::fileExists(kPidFile));
     EXPECT_EQ(rig::recordedCommands().size(), 1u); // termination reports nothing
@@ -324,7 +315,7 @@ TEST_F(EndToEnd, ATerminationEndsItAlthoughItsStarterBlocksSignalsAndItsLogIsStu
         int held = 0;
         return ioctl(log, FIONREAD, &held) == 0 && held > size - 100;
     });
-    kill(daemon, SIGTERM);
+    tell(SIGTERM);
     EXPECT_EQ(daemonsEnd(), 0);
     EXPECT_FALSE(rig::fileExists(kPidFile));
     close(log);
@@ -347,23 +338,23 @@ TEST_F(EndToEnd, WaitsForItsSwitchAndNeedsNoEngineNoPidFileAndNoReportDirectory)
     set("enable_trafficUsageDetails=0");
     startForGood();
     EXPECT_THAT(slurp(kErrors), HasSubstr("Can not open PID file.: "));
-    kill(daemon, SIGUSR1);
+    tell(SIGUSR1);
     passes(3);
     EXPECT_THAT(rig::recordedCommands(), testing::IsEmpty());
     set("enable_trafficUsageDetails=1"); // the request is still remembered
     waitForUploaderSignal();
     passes(1);
-    kill(daemon, SIGINT);
+    tell(SIGINT);
     EXPECT_EQ(daemonsEnd(), 0);
 }
 
 TEST_F(EndToEnd, ReportsACaptureToTheByteAsCountedFromItsFrames) {
     startEngine({"--capture", "/lib/router/capture/home.pcap", "--fast", "--gateway-mac",
                  "02:00:5e:00:00:01"});
-    waitFor("the capture's end", [] { return says("/idpfwd.out", "capture finished"); });
+    waitFor("the capture's end", [] { return says("/idpfwd", "capture finished"); });
     startForGood();
     passes(4);
-    kill(daemon, SIGUSR1);
+    tell(SIGUSR1);
     waitForUploaderSignal();
 
     auto counted =
@@ -398,10 +389,10 @@ TEST_F(EndToEnd, NoByteOfAnyLifeOfTheEngineIsReportedTwiceOrTakenBack) {
         crashes += crash ? 1 : 0;
         counted += liveOnce(upTo(900), crash);
         std::this_thread::sleep_for(random() % 2 == 0 ? upTo(5) : upTo(300));
-        kill(daemon, SIGUSR1);
+        tell(SIGUSR1);
     }
     passes(3);
-    kill(daemon, SIGUSR1);
+    tell(SIGUSR1);
     passes(2);
     // Rarely a pass is cut off between the users, with which the rows grow, and the rows; and
     // another one can come between a dump and the crash.

@@ -151,7 +151,7 @@ TEST_F(UplinkTaken, ReportsWaitWhileTheOutboxCanNotBeWritten) {
     outbox_.emplace(scratch_.path(), 1 << 20);
     for (std::size_t i = 0; i < Spool::kTakenKept + 2; ++i) {
         write(kReport, "{\"a\":" + std::to_string(i) + "}");
-        EXPECT_THROW(take(), DatabaseError);
+        EXPECT_THROW(take(), SqlError);
     }
     EXPECT_EQ(spool().size(), Spool::kTakenKept + 1); // and the daemon's own file
     outbox_.reset();
