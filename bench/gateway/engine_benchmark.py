@@ -16,7 +16,7 @@ import tempfile
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
-KINDS = ("home", "merged", "flows", "hellos")
+KINDS = ("home", "evening", "merged", "flows", "hellos")
 
 
 def usage_of(process):

@@ -1,9 +1,10 @@
 """Makes captures to measure the engine on. The same arguments make the same bytes.
 
-usage: make_traffic.py home|merged|full|flows|hellos OUTPUT
+usage: make_traffic.py home|evening|merged|full|flows|hellos OUTPUT
 
 home    10 clients, 12,000 TLS connections of 20 to 60 packets to 400 names, and their look-ups
-merged  the same as a card with segmentation offload hands it over: frames of up to 64 KB
+evening the same with one connection in twenty that is a film: 2,000 packets
+merged  home as a card with segmentation offload hands it over: frames of up to 64 KB
 full    81,000 packets of 1,514 bytes, of one connection of each of 10 clients
 flows   500,000 connections of four packets
 hellos  16,000 TLS hellos of 36 segments that never end
@@ -89,7 +90,7 @@ def names():
     return known + [f"host{number}.site{number % 40}.example.org".encode() for number in range(392)]
 
 
-def home(capture, payload):
+def home(capture, payload, film=0):
     generator = random.Random(1)
     hosts = names()
     for number in range(12_000):
@@ -105,7 +106,7 @@ def home(capture, payload):
         connection.send(0, PUSH_ACK, client_hello(hosts[host]))
         connection.send(1, PUSH_ACK, server_hello())
         connection.send(0, PUSH_ACK, record(20, b"\1") + record(22, bytes(40)))
-        for _ in range(generator.randrange(7, 27)):
+        for _ in range(film if film and number % 20 == 0 else generator.randrange(7, 27)):
             connection.send(1, PUSH_ACK, record(23, bytes(payload - 5)))
             connection.send(0, ACK)
         connection.send(0, FIN_ACK)
@@ -138,7 +139,8 @@ def hellos(capture):
 
 
 def main():
-    kinds = {"home": lambda to: home(to, 1400), "merged": lambda to: home(to, 16_000),
+    kinds = {"home": lambda to: home(to, 1400),
+             "evening": lambda to: home(to, 1400, film=1000), "merged": lambda to: home(to, 16_000),
              "full": full, "flows": flows, "hellos": hellos}
     if len(sys.argv) != 3 or sys.argv[1] not in kinds:
         sys.exit(__doc__)
