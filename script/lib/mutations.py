@@ -38,9 +38,12 @@ RETURNED = re.compile(r"\breturn (-?\d+|true|false);")
 OTHER_RESULTS = {"true": "false", "false": "true", "0": "1"}
 ARGUMENTS = re.compile(r"\w\(([^(),{}]+), ([^(),{}]+)(?=[,)])")
 STATEMENT = re.compile(r"^\s+(?:[\w.>*\[\]&:-]+(?:\(.*\)| (?:[-+|&^]|<<|>>)?= .*)|(?:\+\+|--)\w.*|break|continue|return);$")
-DECLARATION = re.compile(r"^\s+(?:return|using|typedef|delete|case|goto|throw|extern)\b.+|.*= (?:delete|default);$")
+DECLARATION = re.compile(r"^\s+(?:return|using|typedef|delete|case|goto|throw|extern|va_end)\b.+|.*= (?:delete|default);$")
 LITERAL = re.compile(r"\"(?:[^\"\\]|\\.)*\"|'(?:[^'\\]|\\.)*'")
 NO_CODE = re.compile(r"^\s*(#|\[\[|static_assert|template|using|case .*:$|extern)")
+# Changes here change nothing: a parameter's array bound, the order that min and max look in.
+BOUND_OF_PARAMETER = re.compile(r"\b(?:char|int|unsigned|u?int\d+_t) \w+\[\w+\](?=[,)])")
+SYMMETRIC = re.compile(r"\b(?:min|max)(?:<[^<>]*>)?$")
 PARAMETER = re.compile(r"\b(?!sizeof\b)\w+[ *&]+\w")
 
 
@@ -78,6 +81,7 @@ def of_conditions(line, source):
 
 
 def of_constants(line):
+    line = BOUND_OF_PARAMETER.sub(lambda bound: " " * len(bound.group()), line)
     for match in CONSTANT.finditer(line):
         digits, suffix = match.groups()
         value = int(digits, 16) if digits[:2] in ("0x", "0X") else int(digits, 8 if digits[0] == "0" else 10)
@@ -96,7 +100,8 @@ def of_arguments(line, source):
     for match in ARGUMENTS.finditer(line):
         (a, b), (c, d) = match.span(1), match.span(2)
         declares = PARAMETER.search(line[a:b]) or PARAMETER.search(line[c:d])
-        if source[a:b] != source[c:d] and not declares:
+        symmetric = SYMMETRIC.search(line[: match.start() + 1])
+        if source[a:b] != source[c:d] and not declares and not symmetric:
             yield "swap the arguments", a, d, source[c:d] + source[b:c] + source[a:b]
 
 

@@ -102,12 +102,16 @@ TEST(Scenario, StepsByTimeComeInOrderAndAreAnnouncedByTheTimeout) {
 
 TEST(Scenario, GeneratedLoadsChurnAndLeaveNothingBehind) {
     Scenario source(parseScenario(R"({"steps": [{"generate":
-        {"users": 3, "apps": 4, "first_app": 65530, "user_shift": 1, "app_shift": 3, "down": 5},
+        {"users": 3, "apps": 4, "category": 9, "first_app": 65530, "user_shift": 1, "app_shift": 3,
+         "down": 5},
         "repeat": {"times": 2, "every_requests": 1}}]})"));
     ask(source, 10, 1); // users 2 to 4 with the applications from 65533 on, which wrap
     EXPECT_EQ(source.tables.users().size(), 3U);
     EXPECT_EQ(source.tables.rows().size(), 12U);
-    EXPECT_EQ(std::uint16_t{source.tables.rows().back().app_id}, 1) << "behind the last one";
+    const devid_app_rate_entry &last = source.tables.rows().back();
+    EXPECT_EQ(last.uid, 4);
+    EXPECT_EQ(last.cat_id, 9);
+    EXPECT_EQ(std::uint16_t{last.app_id}, 1) << "behind the last one";
 }
 
 TEST(Scenario, ABadEngineAsOrdered) {
