@@ -172,7 +172,8 @@ TEST_F(FakeCuseTest, HeadersAreAsWideAsTheirCallers) {
     auto *pages = static_cast<char *>(
         mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     mprotect(pages + 4096, 4096, PROT_NONE);
-    auto *last = reinterpret_cast<forward_ioctl *>(pages + 4096 - kHeaderSize32);
+    void *place = pages + 4096 - kHeaderSize32;
+    auto *last = static_cast<forward_ioctl *>(place);
     EXPECT_EQ(call(last), sizeof(void *) == 4 ? EINVAL : EFAULT);
     narrow = true;
     EXPECT_EQ(call(last), EINVAL);
