@@ -61,8 +61,10 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     const Scratch scratch;
     const std::string folder = scratch.path();
     scratch.write("s.json", R"({"steps": [{}]})");
-    for (const auto &[more, said] : {std::pair("socket --dump /proc/x", "cannot write /proc/x"),
-                                     {"socket --socket /none/x", "cannot listen at /none/x"}}) {
+    const std::string noFolder = folder + "/s.json/y/x";
+    for (const auto &[more, said] :
+         {std::pair("socket --dump " + noFolder, "cannot write " + noFolder),
+          {"socket --socket /none/x", "cannot listen at /none/x"}}) {
         const std::string command = IDPFWD " --scenario " + folder + "/s.json --databases " +
                                     folder + " --socket " + folder + "/socket 2>" + folder +
                                     "/said --device " + more;
