@@ -133,7 +133,7 @@ void Buffer::bind() {
 
 std::vector<Message> Buffer::fetch(int most, std::chrono::milliseconds patience) {
     if (natsConnection_IsClosed(connection_.get()))
-        throw std::runtime_error("the buffer has shown us the door: are user and password right?");
+        throw std::runtime_error("the buffer refuses the login: are user and password right?");
     bind();
     natsMsgList list{};
     jsErrCode error{};
