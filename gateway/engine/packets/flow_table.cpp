@@ -100,8 +100,6 @@ void FlowTable::inspect(Flow &flow, const Packet &packet, std::uint64_t now) {
     if (!held.state.flow || held.inspected >= Classifier::kMostPackets ||
         held.holdings.size() >= kMaxHoldings)
         giveUp(flow);
-    else if (flow.age == kHeld && now - held.first > kMaxHeld)
-        watch(flow);
 }
 
 void FlowTable::countHoldings(Flow &flow, const Application &application) {
