@@ -21,9 +21,13 @@ Mac macOf(const devid_user_entry &user) {
     return mac;
 }
 
+std::uint64_t inMilliseconds(std::uint32_t seconds) {
+    return std::uint64_t{seconds} * 1000;
+}
+
 // A reader of its own pace may have seen a device after this moment was taken.
 bool unseen(std::uint64_t seen, const Moment &now, std::uint32_t seconds) {
-    return now.milliseconds > seen && now.milliseconds - seen > std::uint64_t{seconds} * 1000;
+    return now.milliseconds > seen && now.milliseconds - seen > inMilliseconds(seconds);
 }
 
 // A counter that starts again would be read as one that has run backwards.
@@ -225,8 +229,7 @@ void Tables::dropUsers(const std::bitset<256> &uids, const Moment &now) {
 }
 
 void Tables::forgetUnseen(const Moment &now, std::uint32_t seconds) {
-    const std::uint64_t limit = std::uint64_t{seconds} * 1000;
-    refused_.forgetBefore(now.milliseconds - std::min(now.milliseconds, limit));
+    refused_.forgetBefore(now.milliseconds - std::min(now.milliseconds, inMilliseconds(seconds)));
     showAbsent(now);
     std::bitset<256> gone;
     for (const devid_user_entry &user : users_)

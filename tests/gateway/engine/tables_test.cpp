@@ -41,7 +41,7 @@ TEST(Tables, AForgottenDeviceTakesItsRowsAlongAndComesBackAtZero) {
     EXPECT_EQ(tables.users().size(), 2U) << "seen by another reader after this moment was taken";
     tables.forgetUnseen({.seconds = 2'000'000'000, .milliseconds = 200'000}, 100);
     EXPECT_EQ(tables.users().size(), 2U) << "unseen for exactly the time, by the clock that counts";
-    tables.forgetUnseen(at(201), 100);
+    tables.forgetUnseen({.seconds = 0, .milliseconds = 200'001}, 100);
     ASSERT_EQ(tables.rows().size(), 1U);
     EXPECT_EQ(tables.rows()[0].uid, tables.findUser(mac(2))->uid);
 
