@@ -1,5 +1,6 @@
 #include "analytics/awsjson_util.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <array>
@@ -188,6 +189,12 @@ TEST_F(GroupPublish, WithoutAPublisherThatCanBeRunThereIsNoVerdict) {
     ra_set_root_dir(kRoot.c_str());
     std::fill_n(device.client_id, 127, '\''); // four characters each, once quoted
     EXPECT_EQ(send(0), "1");
+    device.client_id[0] = '\0';
+    for (const char *method : {"MCS", "IoT"}) {
+        use(method);
+        const rig::Fault noProcess(rig::Call::kFork, 1, true);
+        EXPECT_THAT(send(0), testing::Not(testing::HasSubstr("Publish")));
+    }
     EXPECT_EQ(send(-1, 1, -1) + send(5, 1, -1), "");
     EXPECT_EQ(reset_group_retry_flag_by_group(5), 0);
     EXPECT_THAT(rig::recordedCommands(), testing::IsEmpty());

@@ -127,8 +127,11 @@ TEST_F(BoardFields, WirelessTextsKeepTheirRulesOnBothBands) {
 
 TEST_F(BoardFields, AWirelessTextIsCutAtTheBufferAndNotReadWhenItBreaksTheRules) {
     const rig::FlashSim flash(0x10000);
-    std::vector<char> out(3);
+    std::vector<char> out(5, 'x');
     ASSERT_EQ(bd_write_record(1, "abc", 3), 0); // without a terminator
+    EXPECT_EQ(bd_read_ssid(out.data(), 5, 1), 0);
+    EXPECT_STREQ(out.data(), "abc");
+    out.resize(3);
     EXPECT_EQ(bd_read_ssid(out.data(), 3, 1), 0);
     EXPECT_STREQ(out.data(), "ab");
     ASSERT_EQ(bd_write_record(1, "a\t", 3), 0);
