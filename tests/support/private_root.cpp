@@ -25,6 +25,9 @@ int oldDirectory = -1;
 std::string rootPath;
 bool processesShown = false;
 
+// Where a build that counts what it runs leaves the counts of whatever ends in the root.
+constexpr const char *kCounts = "/lib-counts";
+
 constexpr std::array kFileTools = {"cat",  "cp",    "mv",   "rm",    "ls",   "sed",
                                    "echo", "mkdir", "grep", "touch", "sleep"};
 constexpr std::array kFolders = {"/dev",       "/proc/net",         "/var/run", "/var/log",
@@ -111,6 +114,7 @@ std::string enterPrivateRoot(const std::vector<Program> &programs) {
     if (chdir("/") != 0)
         return failure("chdir");
     setenv("PATH", "/bin", 1);
+    setenv("GCOV_PREFIX", kCounts, 1);
     return "";
 }
 
@@ -143,8 +147,11 @@ void leavePrivateRoot() {
         close(oldDirectory);
         oldRoot = -1;
     }
+    unsetenv("GCOV_PREFIX");
     if (!rootPath.empty()) {
         std::error_code ignored;
+        if (const char *kept = getenv("COVERAGE_COUNTS"); kept != nullptr)
+            fs::rename(rootPath + kCounts, kept / fs::path(rootPath).filename(), ignored);
         fs::remove_all(rootPath, ignored);
         rootPath.clear();
     }
