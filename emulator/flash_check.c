@@ -1,18 +1,24 @@
 /*
- * Board data on real flash devices. Run as "flash_check good" for every size of erase blocks:
- * "/dev/mtd4" has 64 KiB at least, "mtd5" has more than one erase block; and as "flash_check bad"
- * where mtd5 has erase blocks of 16 KiB and its third is bad.
+ * Board data on real flash devices: "/dev/mtd4" has 64 KiB at least, "mtd5" has more than one erase
+ * block. Run as
+ *   flash_check good    for every size of erase blocks
+ *   flash_check bad     on NAND where mtd5 has erase blocks of 16 KiB and its third is bad
+ *   flash_check locked  on NOR with erase blocks of 64 KiB, all of them locked, where mtd4 has four
+ *                       that hold zeros
+ *   flash_check stuck   on NOR of the same kind where mtd5's third block does not unlock
  */
 #include "bd_util.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <mtd/mtd-user.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-enum { kTextSize = 65, kSmall = 1000 };
+enum { kTextSize = 65, kSmall = 1000, kNandBlock = 0x4000, kNorBlock = 0x10000 };
 
 static int failures;
 
@@ -100,28 +106,62 @@ static void raw_partitions(void) {
     free(back);
 }
 
-/* A write comes to the bad block and stops there; NAND takes whole pages only. */
-static void bad_block(void) {
-    enum { kBlock = 16384 };
-    static unsigned char data[4 * kBlock], back[4 * kBlock], blank[kBlock];
-    memset(data, 'd', sizeof data);
-    memset(blank, 0xFF, sizeof blank);
-    CHECK(mtd_erase("partition 5") == EIO);
-    CHECK(mtd_write("/dev/mtd5", data, kSmall) == -1);
-    CHECK(mtd_write("/dev/mtd5", data, sizeof data) == -1);
-    CHECK(read_start("/dev/mtd5", back, sizeof back));
-    CHECK(memcmp(back, data, (size_t)2 * kBlock) == 0);
-    CHECK(memcmp(back + (size_t)3 * kBlock, blank, kBlock) == 0);
-}
-
-int main(int argc, char **argv) {
-    if (argc > 1 && strcmp(argv[1], "bad") == 0) {
-        whole_images();
-        bad_block();
-        return failures == 0 ? 0 : 1;
-    }
+static void all_of_it(void) {
     whole_images();
     fields_and_records();
     raw_partitions();
+}
+
+/* An erase and a write come to mtd5's third block, which fails, and stop there. */
+static void failing_block(size_t block, int error) {
+    static unsigned char data[4 * kNorBlock], back[4 * kNorBlock], old[4 * kNorBlock];
+    memset(data, 'd', sizeof data);
+    CHECK(read_start("/dev/mtd5", old, 4 * block));
+    CHECK(mtd_erase("partition 5") == error);
+    CHECK(mtd_write("/dev/mtd5", data, (int)(4 * block)) == -1);
+    CHECK(read_start("/dev/mtd5", back, 4 * block));
+    CHECK(memcmp(back, data, 2 * block) == 0);
+    CHECK(memcmp(back + 2 * block, old + 2 * block, 2 * block) == 0);
+}
+
+static int locked(const char *device, uint32_t block) {
+    struct erase_info_user place = {block * kNorBlock, kNorBlock};
+    const int file = open(device, O_RDONLY);
+    const int answer = ioctl(file, MEMISLOCKED, &place);
+    close(file);
+    return answer == 1;
+}
+
+/* What does not unlock gets nothing in; we unlock what we write, and nothing else. */
+static void locked_blocks(void) {
+    static unsigned char back[4 * kNorBlock], zeros[4 * kNorBlock];
+    struct erase_info_user first = {0, kNorBlock};
+    const int file = open("/dev/mtd4", O_RDWR);
+    CHECK(ioctl(file, MEMERASE, &first) == -1 && errno == EROFS);
+    CHECK(write(file, "x", 1) == -1 && errno == EROFS);
+    close(file);
+    all_of_it();
+    CHECK(locked("/dev/mtd3", 3) && !locked("/dev/mtd4", 0) && !locked("/dev/mtd5", 3));
+    for (uint32_t block = 1; block < 4; ++block)
+        CHECK(locked("/dev/mtd4", block));
+    CHECK(read_start("/dev/mtd4", back, sizeof back));
+    CHECK(memcmp(back + kNorBlock, zeros, sizeof back - kNorBlock) == 0);
+}
+
+int main(int argc, char **argv) {
+    const char *what = argc > 1 ? argv[1] : "good";
+    if (strcmp(what, "bad") == 0) {
+        const unsigned char data[kSmall] = {0};
+        whole_images();
+        failing_block(kNandBlock, EIO);
+        CHECK(mtd_write("/dev/mtd5", data, kSmall) == -1); /* NAND takes whole pages only */
+    } else if (strcmp(what, "locked") == 0) {
+        locked_blocks();
+    } else if (strcmp(what, "stuck") == 0) {
+        whole_images();
+        failing_block(kNorBlock, EROFS);
+    } else {
+        all_of_it();
+    }
     return failures == 0 ? 0 : 1;
 }

@@ -2,6 +2,9 @@
  * Raw access to the router's flash partitions through the kernel's MTD devices: find one by name,
  * erase it, write it erase block by erase block, read an image of it.
  *
+ * A locked block is unlocked right before its erase, and stays unlocked; the others keep their
+ * locks. One that does not unlock fails at its erase.
+ *
  * Errors are printed to standard error as the system's error text with the partition's name or
  * path before it, unless said otherwise.
  */
@@ -25,8 +28,7 @@ extern "C" {
 int mtd_open(const char *name, int flags);
 
 /*
- * Erases the whole partition that mtd_open finds for name, erase block by erase block; locked
- * blocks are unlocked first.
+ * Erases the whole partition that mtd_open finds for name, erase block by erase block.
  *
  * Returns 0, or the system's error number: of the failed open, of the failed request for the
  * geometry, of the first erase that failed (blocks after it are not touched), or EINVAL when the
