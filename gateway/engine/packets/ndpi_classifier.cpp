@@ -15,7 +15,6 @@ namespace {
 // frames that end in the middle of a header.
 constexpr std::size_t kInspected = 65'000;
 constexpr std::size_t kMargin = 512;
-constexpr std::size_t kShortestHeader = 20;
 
 static_assert(Classifier::kMostPackets == NDPI_MAX_NUM_PKTS_PER_FLOW_TO_DISSECT);
 
@@ -29,7 +28,7 @@ void putWord(std::vector<std::uint8_t> &bytes, std::size_t offset, std::size_t v
 void correctLength(std::vector<std::uint8_t> &packet, std::size_t size) {
     if (packet[0] >> 4 == 4)
         putWord(packet, 2, size);
-    else if (size >= 40)
+    else
         putWord(packet, 4, size - 40);
 }
 
@@ -143,8 +142,6 @@ bool Classifier::mayChange(ndpi_flow_struct &flow, const Packet &packet) const {
 std::optional<Application> Classifier::inspect(FlowState &state, const Packet &packet,
                                                std::uint64_t milliseconds) {
     const std::size_t size = std::min(packet.ip.size(), kInspected);
-    if (size < kShortestHeader)
-        return std::nullopt;
     std::copy_n(packet.ip.begin(), size, copy_.begin());
     std::fill_n(copy_.begin() + static_cast<std::ptrdiff_t>(size), kMargin, 0);
     correctLength(copy_, size);

@@ -52,8 +52,8 @@ class Classifier {
     // So many packets of a flow are looked at, more of them tell nothing.
     static constexpr unsigned kMostPackets = 32;
 
-    // Looks at one more packet of a flow. The flow's application when no further packet could
-    // change it; none must be shown then.
+    // Looks at one more packet of a flow, which has a whole IP header. The flow's application when
+    // no further packet could change it; none must be shown then.
     std::optional<Application> inspect(FlowState &state, const Packet &packet,
                                        std::uint64_t milliseconds);
 

@@ -223,6 +223,15 @@ std::uint64_t allBytes(const Tables &tables) {
     return sum;
 }
 
+TEST_F(PacketAccountingTest, AnAddressForTheWorldIsShownRatherThanALinkLocalOne) {
+    for (const Bytes &start :
+         {Bytes{0xfe, 0x80}, Bytes{0x2a, 0x80}, Bytes{0xfe, 0xbf}, Bytes{0xff, 2}, Bytes{0, 0}}) {
+        const Bytes from = start + Bytes(14, start[0] != 0);
+        pass(ethernet(kPhone, kRouter, 0x86dd, ipv6(from, from, 17, udp(1, 2, kNoise))));
+        EXPECT_EQ(tables_.users()[0].ipv6[0], start[0] == 0xfe && start[1] == 0x80 ? 0xfe : 0x2a);
+    }
+}
+
 TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHeldGoFirst) {
     constexpr std::size_t kBudget = 1 << 18;
     accounting_ = accounting(kBudget);

@@ -59,6 +59,18 @@ TEST(Scenario, StepsByRequestAreSeenByTheRequestThatBeginsThem) {
     EXPECT_TRUE(source.finished());
 }
 
+TEST(Scenario, DevicesWithoutANumberGetTheLowestThatIsFreeAndThenNone) {
+    std::string users;
+    for (int i = 0; i < 256; ++i)
+        users += (users.empty() ? "\"" : ",\"") + std::to_string(i) +
+                 R"(": {"mac": "02:00:00:00:00:01"})";
+    Scenario source(
+        parseScenario(R"({"applications": {}, "steps": [{"users": {)" + users + "}}]}"));
+    ask(source, 10, 1);
+    for (std::uint32_t i = 0; i < 256; ++i)
+        EXPECT_EQ(source.tables.users()[i].uid, (i + 1) % 256);
+}
+
 TEST(Scenario, EveryMemberOfARecordIsTakenUpToItsLimit) {
     Scenario source(parseScenario(R"({
         "about": "limits", "devices": {"phone": {"vendor_id": 1, "os_id": 2, "class_id": 3,

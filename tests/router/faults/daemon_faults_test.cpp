@@ -87,3 +87,20 @@ TEST_F(DaemonFaults, AReportHasItsRecordsOrTheBufferKeepsThem) {
     };
     rig::failEveryCall(prepare, run, check);
 }
+
+TEST_F(DaemonFaults, ARecordByItselfIsKeptWhereItsDocumentCannotBeMade) {
+    TrafficInfo record;
+    int result = 0;
+    int refusals = 0;
+    const auto prepare = [&] {
+        record = rig::record(100);
+        record.flags = 1;
+    };
+    const auto check = [&](rig::Call) {
+        refusals += result == -1;
+        EXPECT_TRUE(result == 0 || record.trafficStartTime == 100);
+    };
+    rig::failEveryCall(
+        prepare, [&] { result = dumpAEntryToJson(&record); }, check);
+    EXPECT_GT(refusals, 0);
+}
