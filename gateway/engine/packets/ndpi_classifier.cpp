@@ -85,8 +85,6 @@ std::unique_ptr<Classifier> Classifier::create() {
         return nullptr;
     set_ndpi_malloc(allocate);
     set_ndpi_free(release);
-    set_ndpi_flow_malloc(allocate);
-    set_ndpi_flow_free(release);
     ndpi_detection_module_struct *module = ndpi_init_detection_module(ndpi_no_prefs);
     if (module == nullptr)
         return nullptr;

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 namespace idpfwd {
 namespace {
 
@@ -47,6 +49,18 @@ TEST(DhcpTest, TheSurestSignNamesTheKindOfDevice) {
         const Identification found = identify(facts);
         EXPECT_EQ(found.kind == nullptr ? "" : found.kind->type, row.type);
         EXPECT_EQ(found.priority, row.priority) << row.type;
+    }
+}
+
+TEST(DhcpTest, AnIdentifierHasTheSameNameInEveryKindOfDevice) {
+    std::map<std::pair<int, int>, std::string_view> names; // by column and identifier
+    for (const auto &[ids, vendor, os, deviceClass, type, device, family] : deviceKinds()) {
+        const std::pair<int, std::string_view> columns[] = {
+            {ids.vendor_id, vendor}, {ids.os_id, os},      {ids.class_id, deviceClass},
+            {ids.type_id, type},     {ids.dev_id, device}, {ids.family_id, family}};
+        for (int i = 0; i < 6; ++i)
+            EXPECT_EQ(names.try_emplace({i, columns[i].first}, columns[i].second).first->second,
+                      columns[i].second);
     }
 }
 

@@ -65,6 +65,15 @@ TEST_F(BoardFields, WithoutATextOrAPlaceForOneNothingIsDone) {
     EXPECT_EQ(flash.contents(), rig::kOldFlash);
 }
 
+TEST_F(BoardFields, WhereTheFlashCannotBeReadEverythingFails) {
+    unsigned char mac[6] = {};
+    char text[9] = "";
+    for (const int result :
+         {bd_read_sn(text, 8), bd_write_sn("1"), bd_read_eth_mac(mac, mac),
+          bd_write_eth_mac(mac, mac), bd_read_pin(text, 8), bd_write_pin("12345670")})
+        EXPECT_EQ(result, -1);
+}
+
 TEST_F(BoardFields, TheAddressesAreKept) {
     const rig::FlashSim flash(0x10000);
     const unsigned char mac[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0};

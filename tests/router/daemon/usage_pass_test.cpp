@@ -22,7 +22,7 @@ std::vector<rig::FakeEngine> randomScenes(int count) {
             scene.users.back().mac[5] = upTo(99);
         }
         for (int i = upTo(60); i > 0; --i)
-            scene.addRow(upTo(9), upTo(4), upTo(2), 10 * upTo(2), upTo(2));
+            scene.addRow(upTo(9), upTo(6), upTo(2), 10 * upTo(2), upTo(2));
     }
     return scenes;
 }
@@ -35,9 +35,12 @@ class UsagePass : public rig::DaemonFixture {
         DaemonFixture::SetUp();
         engine.plugIn();
         const std::string longName(63, 'n'); // what follows is cut off
-        rig::writeNames("1,Media\n1,Later\n2,Games\n4,Media\n256,Beyond\n",
+        const std::string nearly(62, 'n');
+        rig::writeNames("1,Media\n1,Later\n2,Games\n4,Media\n5," + nearly + "x\n6," + nearly +
+                            "y\n256,Beyond\n",
                         "1,1,0,Video\n1,1,0,Later\n1,2,0,Video\n2,1,0," + longName + "a\n2,2,0," +
-                            longName + "b\n4,1,0,Video\n");
+                            longName + "b\n4,1,0,Video\n5,1,0," + nearly + "x\n5,2,0," + nearly +
+                            "y\n6,1,0," + nearly + "x\n");
         rig::setSetting("tud_max_idle_time", "2");
     }
 

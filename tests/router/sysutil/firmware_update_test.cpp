@@ -1,5 +1,6 @@
 #include "sysutil/firmware_update.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <csignal>
@@ -16,6 +17,8 @@ TEST_F(FirmwareUpdate, AStatusFileGivesTheNumberOfItsFirstLine) {
         rig::writeFile("/tmp/status", content);
         EXPECT_EQ(get_fw_check_status("/tmp/status"), value) << content;
     }
+    EXPECT_EQ(get_fw_check_status("/tmp/absent"), 0);
+    EXPECT_EQ(rig::readFile("/tmp/absent"), "0\n");
 }
 
 TEST_F(FirmwareUpdate, AResetWritesZeroIntoEveryFileOfItsKindOnly) {
@@ -31,6 +34,10 @@ TEST_F(FirmwareUpdate, AResetWritesZeroIntoEveryFileOfItsKindOnly) {
 
 TEST_F(FirmwareUpdate, MarkersAreSeenOnceTheyAreSet) {
     EXPECT_EQ(check_upgrade_status() + is_fw_upgrading(), 0);
+    {
+        const rig::Fault noDescriptor(rig::Call::kOpen, 1);
+        EXPECT_EQ(create_upgrade_file(), -1);
+    }
     EXPECT_EQ(create_upgrade_file(), 0);
     EXPECT_EQ(check_upgrade_status() - is_fw_upgrading(), 1);
     EXPECT_EQ(set_fw_is_upgrading(), 0);
