@@ -41,9 +41,12 @@ STATEMENT = re.compile(r"^\s+(?:[\w.>*\[\]&:-]+(?:\(.*\)| (?:[-+|&^]|<<|>>)?= .*
 DECLARATION = re.compile(r"^\s+(?:return|using|typedef|delete|case|goto|throw|extern|va_end)\b.+|.*= (?:delete|default);$")
 LITERAL = re.compile(r"\"(?:[^\"\\]|\\.)*\"|'(?:[^'\\]|\\.)*'")
 NO_CODE = re.compile(r"^\s*(#|\[\[|static_assert|template|using|case .*:$|extern)")
-# Changes here change nothing: a parameter's array bound, the order that min and max look in.
+# Changes here change nothing: a parameter's array bound, the order that min and max look in, and the
+# one that two texts are compared in when only their being equal counts.
 BOUND_OF_PARAMETER = re.compile(r"\b(?:char|int|unsigned|u?int\d+_t) \w+\[\w+\](?=[,)])")
 SYMMETRIC = re.compile(r"\b(?:min|max)(?:<[^<>]*>)?$")
+COMPARES = re.compile(r"\b(?:mem|str|strn|strcase|strncase)cmp$")
+FOR_EQUALITY = re.compile(r"[^()]*\) [!=]= 0")
 PARAMETER = re.compile(r"\b(?!sizeof\b)\w+[ *&]+\w")
 
 
@@ -100,7 +103,9 @@ def of_arguments(line, source):
     for match in ARGUMENTS.finditer(line):
         (a, b), (c, d) = match.span(1), match.span(2)
         declares = PARAMETER.search(line[a:b]) or PARAMETER.search(line[c:d])
-        symmetric = SYMMETRIC.search(line[: match.start() + 1])
+        function = line[: match.start() + 1]
+        symmetric = SYMMETRIC.search(function) or (
+            COMPARES.search(function) and FOR_EQUALITY.match(line, match.end()))
         if source[a:b] != source[c:d] and not declares and not symmetric:
             yield "swap the arguments", a, d, source[c:d] + source[b:c] + source[a:b]
 
