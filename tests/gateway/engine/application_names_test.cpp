@@ -38,7 +38,7 @@ TEST(ApplicationNames, ThoseThatTheLoaderWouldCutOrMixUpAreSpelledAnotherWay) {
     } rows[] = {
         {{1, 1}, "Z39.50", "Z39.5O"},
         {{1, 2}, "Z39.5O", "Z39.5O 2"},
-        {{1, 3}, "a\\b,c\"d\ne", "a_b_c_d_e"},
+        {{1, 3}, "~a\\b,c\"d\ne\x7f", "~a_b_c_d_e_"},
         {{1, 4}, "", "Unnamed"},
         {{1, 5}, longName, std::string(63, 'x')},
         {{1, 6}, longName, std::string(61, 'x') + " 2"},

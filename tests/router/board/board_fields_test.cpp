@@ -98,6 +98,7 @@ TEST_F(BoardFields, APinHasEightDigitsOfWhichTheLastChecks) {
         ASSERT_EQ(bd_write_pin(pin), 0);
         EXPECT_EQ(bd_read_pin(out, 8), 0);
         EXPECT_STREQ(out, pin);
+        EXPECT_EQ(bd_read_pin(out, 0), 0);
     }
 }
 

@@ -15,6 +15,8 @@ TEST_F(UsageReport, AnEmptyBufferGivesADocumentWithoutRecordsWhichIsLoggedBetwee
               "generateTudJson(868) got_sigusr1=1\n" + document + banner + document + "\n" +
                   banner);
     EXPECT_EQ(got_sigusr1, 0);
+    rig::fakeCommand("killall");
+    EXPECT_EQ(sendTUDReport2Cloud(), 0);
 }
 
 TEST_F(UsageReport, MembersStandInTheirOrderWithTheirTypes) {
