@@ -232,6 +232,19 @@ TEST_F(PacketAccountingTest, AnAddressForTheWorldIsShownRatherThanALinkLocalOne)
     }
 }
 
+TEST_F(PacketAccountingTest, OnlyAnAddressOfNetworksAtHomeIsADevicesOwn) {
+    const std::pair<Bytes, bool> rows[] = {
+        {{10, 9, 9, 9}, true},     {{11, 9, 9, 9}, false},    {{172, 16, 0, 1}, true},
+        {{172, 31, 0, 1}, true},   {{172, 15, 0, 1}, false},  {{172, 32, 0, 1}, false},
+        {{192, 168, 0, 1}, true},  {{192, 169, 0, 1}, false}, {{169, 254, 0, 1}, true},
+        {{169, 253, 0, 1}, false}, {{100, 64, 0, 1}, true},   {{100, 127, 0, 1}, true},
+        {{100, 63, 0, 1}, false},  {{100, 128, 0, 1}, false}};
+    for (const auto &[from, own] : rows) {
+        pass(ethernet(kPhone, kRouter, 0x0800, ipv4(from, kServer, 1, Bytes(8, 0))));
+        EXPECT_EQ(std::ranges::equal(tables_.users()[0].ipv4, from), own) << from[0] << from[1];
+    }
+}
+
 TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHeldGoFirst) {
     constexpr std::size_t kBudget = 1 << 18;
     accounting_ = accounting(kBudget);
