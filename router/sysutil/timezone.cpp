@@ -45,20 +45,11 @@ int configured_zone() {
     return decimal_value(kelpNvramConfig_get(kZoneSetting));
 }
 
-// Whole hours east; 95 has none of its own and stands as it is.
+// Whole hours east; the codes of half hours stand as they are, 95 in TZ as well.
 int hours_east(int zone) {
-    switch (zone) {
-    case kPlus1Code:
+    if (zone == kPlus1Code)
         return 1;
-    case kPlus10Code:
-        return 10;
-    case kPlus5Hours30:
-        return 5;
-    case kMinus3Hours30:
-        return -3;
-    default:
-        return zone;
-    }
+    return zone == kPlus10Code ? 10 : zone;
 }
 
 struct DaylightRule {

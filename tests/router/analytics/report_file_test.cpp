@@ -9,7 +9,8 @@ class ReportFile : public rig::Fixture {};
 TEST_F(ReportFile, ATextReplacesTheWholeFileWhichIsEchoed) {
     rig::writeFile("/tmp/a b.json", "an older and much longer report\n");
     for (const char *text : {"{\n\t\"a\": \"100%s\"\n}", "", static_cast<const char *>(nullptr)}) {
-        EXPECT_EQ(rig::standardOutput([&] { ra_output_json_to_file(text, "/tmp/a b.json"); }),
+        EXPECT_EQ(rig::standardOutput(
+                      [&] { EXPECT_EQ(ra_output_json_to_file(text, "/tmp/a b.json"), 0); }),
                   "{\n\t\"a\": \"100%s\"\n}");
     }
     rig::setSetting("AWS_JSON_DBGP", "1");

@@ -1,5 +1,6 @@
 #include "common/quill_util.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <csignal>
@@ -99,6 +100,8 @@ TEST_F(LogAndCommand, CommandsRunAndAreCutAtTheirDocumentedLength) {
     EXPECT_EQ(rig::standardOutput([] { SYSTEM("echo %d", 7); }), "system: echo 7 <7\n");
     EXPECT_THAT(rig::recordedCommands(), ElementsAre("tool a b 7", "tool " + word.substr(0, 1018),
                                                      "tool " + word.substr(0, 2042)));
+    const rig::Fault noMemory(rig::Call::kAllocate, 1, true);
+    EXPECT_EQ(doSystem("tool") + doKillPid("/tmp"), 0);
 }
 
 TEST_F(LogAndCommand, KillPidKillsWhatThePidFileNamesUnlessItsCommandWouldBeCut) {

@@ -108,7 +108,7 @@ TEST_F(RecordBuffer, ARecordIsFoundByItsDeviceAndNamesAndWithoutOneNothingIsDone
     for (const int result :
          {isFreeTrafficInfoEntry(nullptr), isSameTrafficInfoEntry(nullptr, &wanted),
           isSameTrafficInfoEntry(&wanted, nullptr), isNoTrafficIncrease(nullptr, &wanted) - 1,
-          isNoTrafficIncrease(&wanted, nullptr) - 1,
+          isNoTrafficIncrease(&wanted, nullptr) - 1, resetTrafficInfoEntry(&different[0]),
           convertTrafficUsageD2TrafficBuf(&entry, &wanted)})
         EXPECT_EQ(result, 0);
 }

@@ -129,7 +129,9 @@ TEST_F(UsageTable, WithoutAnEntryNothingIsDoneAndNothingHolds) {
     for (const int result :
          {isSameTrafficUsageDEntry(none, &entry), isSameTrafficUsageDEntry(&entry, none),
           isTrafficIdle(none, &entry), isTrafficIdle(&entry, none), isTrafficInactive(none),
-          hasCurrentTraffic(none)})
+          hasCurrentTraffic(none), updateTrafficUsageDAccuData(&entry, &entry),
+          touchExistTrafficUsageDEntry(&entry, &entry),
+          updateTrafficInfo2TrafficUsageDTable(&entry)})
         EXPECT_EQ(result, 0);
     const TrafficUsageDEntry others[] = {candidate(1, 2), candidate(2, 1)};
     EXPECT_EQ(isTrafficIdle(&entry, &others[0]) + isTrafficIdle(&entry, &others[1]), 0);

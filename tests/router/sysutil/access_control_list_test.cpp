@@ -15,9 +15,8 @@ void fill(int count, int order) {
 class AccessControlList : public DeviceLists {};
 
 TEST_F(AccessControlList, ASetterWritesItsOwnFieldAndAppendsWhatIsNotListed) {
-    set_mac_status(macOf(1), 0);
-    set_mac_connType(macOf(1), 1);
-    set_mac_devName(macOf(2), std::string(40, 'n').c_str());
+    EXPECT_EQ(set_mac_status(macOf(1), 0) + set_mac_connType(macOf(1), 1), 0);
+    EXPECT_EQ(set_mac_devName(macOf(2), std::string(40, 'n').c_str()), 0);
     EXPECT_EQ(describe(ac_mac_list[1]), "A00B00000002 -1 -1 0 " + std::string(32, 'n'));
     EXPECT_STREQ(get_mac_devName(macOf(2)), "--") << "without a status it is free to readers";
     set_mac_status(macOf(3), 0);

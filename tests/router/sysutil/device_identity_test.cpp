@@ -51,7 +51,10 @@ TEST_F(DeviceIdentity, TheOneUpdatedLongestAgoIsEvictedAndZeroNeverHoldsTheMinim
             add(time);
         removeOldestNodeFromList(&head);
         EXPECT_EQ(list(), left);
-        removeAllDevIdNodes(&head);
+        int count = -1;
+        EXPECT_EQ(getCurrentDeviceCount(head, &count), 0);
+        EXPECT_EQ(removeAllDevIdNodes(&head), left.empty() ? -1 : 0);
+        EXPECT_EQ(count, static_cast<int>(left.size()));
         head = nullptr;
     }
 }

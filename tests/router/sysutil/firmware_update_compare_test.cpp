@@ -45,6 +45,10 @@ TEST_F(ImageComparison, WhatCannotBeComparedIsToldByTheLog) {
     std::filesystem::create_directory("/tmp/dbg_log");
     rig::writeFile("/tmp/b", "5678");
     EXPECT_EQ(compare_two_binary_files("/tmp/a", "/tmp/b"), 4) << "without a place for its log";
+    for (const std::size_t opening : {3, 4}) { // each file, after the console
+        const rig::Fault unopened(rig::Call::kOpen, opening);
+        EXPECT_EQ(compare_two_binary_files("/tmp/a", "/tmp/b"), 0);
+    }
 }
 
 } // namespace
