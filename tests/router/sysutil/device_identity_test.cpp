@@ -1,5 +1,6 @@
 #include "sysutil/device_identity.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <cstring>
@@ -30,6 +31,7 @@ class DeviceIdentity : public rig::Fixture {
 };
 
 TEST_F(DeviceIdentity, TheTableIsReadInOrderAndAPartialRecordIsIgnored) {
+    EXPECT_EQ(readDevIdTablefromFile(&head), -1);
     std::string table(784 * 5 / 2, '\0');
     table[708] = 1;
     table[784 + 708] = 2;
@@ -41,6 +43,8 @@ TEST_F(DeviceIdentity, TheTableIsReadInOrderAndAPartialRecordIsIgnored) {
     EXPECT_EQ(head, first->next) << "linked in after the node that the head pointed to";
     head = first;
     EXPECT_EQ(list(), Times({1, 0, 2}));
+    const rig::Fault noMemory(rig::Call::kAllocate, 1, true);
+    EXPECT_EQ(readDevIdTablefromFile(&head) + addDevIdNodeToList(&head, {}), -2);
 }
 
 TEST_F(DeviceIdentity, TheOneUpdatedLongestAgoIsEvictedAndZeroNeverHoldsTheMinimum) {
