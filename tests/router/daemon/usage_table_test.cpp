@@ -126,11 +126,15 @@ TEST_F(UsageTable, WithoutAnEntryNothingIsDoneAndNothingHolds) {
           updateTrafficUsageDDeviceID(none, &entry), updateTrafficUsageDDeviceID(&entry, none),
           touchExistTrafficUsageDEntry(none, &entry), touchExistTrafficUsageDEntry(&entry, none)})
         EXPECT_EQ(result, -1);
+    TrafficUsageDEntry inactive = entry;
+    entry.active = 1;
     for (const int result :
          {isSameTrafficUsageDEntry(none, &entry), isSameTrafficUsageDEntry(&entry, none),
           isTrafficIdle(none, &entry), isTrafficIdle(&entry, none), isTrafficInactive(none),
-          hasCurrentTraffic(none), updateTrafficUsageDAccuData(&entry, &entry),
-          touchExistTrafficUsageDEntry(&entry, &entry),
+          hasCurrentTraffic(none), handleIdleTrafficUsageDEntry(&entry),
+          handleIdleTrafficUsageDEntry(&inactive), updateTrafficUsageDAccuData(&entry, &entry),
+          touchExistTrafficUsageDEntry(&entry, &entry), setActiveTrafficUsageDEntry(&entry, 1),
+          updateTrafficUsageDDeviceID(&entry, &entry),
           updateTrafficInfo2TrafficUsageDTable(&entry)})
         EXPECT_EQ(result, 0);
     const TrafficUsageDEntry others[] = {candidate(1, 2), candidate(2, 1)};

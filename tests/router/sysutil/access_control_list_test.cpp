@@ -24,7 +24,7 @@ TEST_F(AccessControlList, ASetterWritesItsOwnFieldAndAppendsWhatIsNotListed) {
     EXPECT_EQ(get_mac_status(macOf(3)), 1) << "and hides what is behind it";
     set_mac_status(macOf(2), 1);
     EXPECT_EQ(get_mac_status(macOf(3)), 0);
-    set_mac_devName(macOf(2), nullptr); // slot 0, whoever is meant
+    EXPECT_EQ(set_mac_devName(macOf(2), nullptr), 0); // slot 0, whoever is meant
     EXPECT_EQ(describe(ac_mac_list[0]), "A00B00000001 0 1 0 --");
     EXPECT_EQ(get_mac_connType(macOf(1)) - get_mac_connType(macOf(9)), 2);
     EXPECT_EQ(check_duplicate_mac(macOf(3)) - check_duplicate_mac(macOf(9)), 1);

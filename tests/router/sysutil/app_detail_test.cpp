@@ -1,5 +1,6 @@
 #include "sysutil/app_detail.h"
 
+#include "support/faults.h"
 #include "support/fixture.h"
 
 #include <cstring>
@@ -59,6 +60,10 @@ TEST_F(AppDetail, ADeviceAndItsApplicationsAreReadFromTheDevicesSection) {
                 testing::ContainsRegex(
                     "\ndev_type_id: 0\n(.*\n)*trend_dev_type_id: 0\n(.*\n)*app_count: 1\n"));
     devAppNode *none = nullptr;
+    {
+        const rig::Fault noMemory(rig::Call::kAllocate, 1);
+        EXPECT_EQ(addDevAppNodeToList(&none, {}), -1);
+    }
     EXPECT_EQ(removeAllAppNodes(&none), -1);
     std::filesystem::remove("/tmp/iqos_detail");
     EXPECT_EQ(getIQoSDetailBymac(nullptr, "") + getIQoSAppListBymac(nullptr, ""), 0);
