@@ -39,6 +39,9 @@ TEST_F(IqosService, EveryActionRunsItsCommandsAfterRemovingOutdatedDatabases) {
                        "remove QoS database on flashran\n" // by the shell
                        "iqos_service(4266): action start not supported \n");
     EXPECT_EQ(rig::readFile("/dev/console"), "ran\nran\nran\n");
+    remove("/usr/sbin/TmToVosk_dev_mapping");
+    rig::writeFile("/tmp/media/nand/TmToVosk_dev_mapping", "0\n");
+    EXPECT_EQ(newer_iqos_database(), 0);
 }
 
 TEST_F(IqosService, TheNatBitsFollowTheSwitchesAndLeaveTheOthers) {
