@@ -153,10 +153,13 @@ void Store::rollUp(Level level, Progress &progress, Seconds now) {
     }
 }
 
+// A period goes when all of it is too old: an answer shows the whole one that its range begins in.
 void Store::trimByAge(Progress &progress, Seconds now) {
     for (const Level level : kTrimmedLevels) {
-        const Seconds before =
-            std::min(now - keptFor(level), progress.until[indexOf(coarser(level))]);
+        Seconds before = now - keptFor(level);
+        if (const auto oldest = periodAround(level, before))
+            before = oldest->from;
+        before = std::min(before, progress.until[indexOf(coarser(level))]);
         Seconds &trimmed = progress.trimmed[indexOf(level)];
         if (before <= trimmed)
             continue;

@@ -154,5 +154,30 @@ TEST_F(HistoryTest, AYearKeepsEveryByteWhateverIsAsked) {
     EXPECT_LT(history->present().directory.devices().size(), 445U);
 }
 
+// Asked for from its middle on, a moment after its first half has become too old.
+TEST_F(HistoryTest, TheOldestPeriodOfALevelIsWholeOrGone) {
+    struct Oldest {
+        Seconds begin; // in its day
+        Seconds length;
+        Seconds kept;
+    };
+    now = kStart;
+    for (const Oldest &oldest : {Oldest{kSlotSeconds, kSlotSeconds, 3 * kDaySeconds},
+                                 {kHourSeconds, kHourSeconds, 62 * kDaySeconds},
+                                 {0, kDaySeconds, 400 * kDaySeconds}}) {
+        const Seconds begin = (now / kDaySeconds + 2) * kDaySeconds + oldest.begin;
+        const Seconds middle = begin + oldest.length / 2;
+        const Bytes before = engine.truth;
+        for (const Seconds time : {begin, begin + oldest.length - 1, middle + oldest.kept}) {
+            engine.grow(1, 1, {1000, 0});
+            sampleAt(time);
+        }
+        EXPECT_TRUE(history->commit());
+        const Answer answer = ask(middle + 1, now + 1);
+        EXPECT_EQ(answer.resolution, oldest.length);
+        EXPECT_EQ(answer.total.down, engine.truth.down - before.down) << oldest.length;
+    }
+}
+
 } // namespace
 } // namespace usage::testing
