@@ -61,6 +61,13 @@ struct Store::Progress {
 
 void Store::commit(Present &present, DeviceId forgotten) {
     const std::uint64_t name = randomName();
+    if (!database_)
+        begin();
+    if (database_->number("SELECT count(*) FROM present") == 0) { // an empty store gets everything
+        present.directory.markChanged();
+        present.until = {};
+        present.trimmed = {};
+    }
     Progress progress{present.until, present.trimmed};
     Transaction transaction(*database_);
     addSlots(present.slots);

@@ -145,6 +145,16 @@ TEST_F(StoreTest, DamageFoundAtWorkBeginsANewStoreWithoutLosingTheRunningHour) {
     }
     start();
     EXPECT_EQ(history->status().store, StoreHealth::kOk);
+    std::filesystem::rename(file(), folder / "away"); // it can't be put aside
+    EXPECT_FALSE(history->commit());
+    EXPECT_THROW(total(), SqlDamage);
+    std::filesystem::rename(folder / "away", file());
+    disk.full = true; // it can, but there is no room for another
+    EXPECT_FALSE(history->commit());
+    EXPECT_FALSE(history->nameDevice(macOf(1), "nobody"));
+    EXPECT_EQ(history->status().store, StoreHealth::kFull);
+    EXPECT_THROW(total(), SqlError);
+    disk.full = false;
     EXPECT_TRUE(history->commit());
     EXPECT_EQ(history->status().store, StoreHealth::kSetAside);
     EXPECT_EQ(total(), (Bytes{5, 5}));
