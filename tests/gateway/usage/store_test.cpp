@@ -1,6 +1,7 @@
 // The store against power cuts, damage, want of room and strangers.
 #include "careless_disk.h"
 #include "history_rig.h"
+#include "usage/http/site.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -145,7 +146,9 @@ TEST_F(StoreTest, DamageFoundAtWorkBeginsANewStoreWithoutLosingTheRunningHour) {
     }
     start();
     EXPECT_EQ(history->status().store, StoreHealth::kOk);
-    std::filesystem::rename(file(), folder / "away"); // it can't be put aside
+    Api api(nullptr, nullptr, folder.path());
+    Site(api, *history, "br0", {"127.0.0.1", 1, "", ""}).sampled(now); // no messages then
+    std::filesystem::rename(file(), folder / "away");                  // it can't be put aside
     EXPECT_FALSE(history->commit());
     EXPECT_THROW(total(), SqlDamage);
     std::filesystem::rename(folder / "away", file());
