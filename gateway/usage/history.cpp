@@ -131,6 +131,7 @@ void History::foldOldSlots() {
         const auto second = std::next(oldest);
         for (const auto &[pair, bytes] : oldest->second)
             second->second[pair] += bytes;
+        addGap(present_.gaps, {oldest->first, second->first + kSlotSeconds});
         present_.slots.erase(oldest);
     }
 }

@@ -16,10 +16,10 @@ constexpr Seconds kStart = 1795219200; // 2026-11-21T00:00:00Z
 
 class StoreTest : public HistoryTest {
   protected:
-    void growAndSample(int times, Seconds every) {
+    void growAndSample(int times, Seconds apart) {
         for (int i = 0; i < times; ++i) {
             engine.grow(1 + static_cast<std::uint32_t>(i) % 5, 1, {1000, 100});
-            sampleAt(now + every);
+            sampleAt(now + apart);
         }
     }
     std::string file() { return storeFile(folder.path()); }
@@ -73,6 +73,8 @@ TEST_F(StoreTest, APowerCutAtAnyWriteLeavesAWholeCommit) {
 }
 
 TEST_F(StoreTest, AFullDiskStopsWritingNotCounting) {
+    every = 1000;
+    start();
     now = kStart;
     growAndSample(3, 5);
     disk.full = true;
@@ -81,7 +83,9 @@ TEST_F(StoreTest, AFullDiskStopsWritingNotCounting) {
     EXPECT_FALSE(history->nameDevice(macOf(1), "nobody"));
     EXPECT_EQ(history->present().directory.find(macOf(1))->name(), "host-1");
     EXPECT_EQ(total(), engine.truth);
-    EXPECT_LE(history->present().slots.size(), 36U); // however long it takes
+    EXPECT_LE(history->present().slots.size(), 36U);                // however long it takes
+    const Seconds oldest = history->present().slots.begin()->first; // holds what was before it
+    EXPECT_EQ(history->present().gaps.back().to, oldest + kSlotSeconds);
     disk.full = false;
     growAndSample(1, 1000);
     EXPECT_EQ(history->status().store, StoreHealth::kOk);
