@@ -109,7 +109,7 @@ void History::noteUsers(const Reading &reading, Seconds now) {
 }
 
 void History::count(const Reading &reading, const std::vector<Grown> &grown, Moment now) {
-    const bool first = rates_.sampled == 0;
+    const bool first = rates_.number++ == 0;
     rates_.traffic.clear();
     for (const Grown &one : grown) {
         const Device &device = present_.directory.device(reading.users[one.user].stay.mac);

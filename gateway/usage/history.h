@@ -22,6 +22,7 @@ struct Status {
 
 // What the last sample added, and in how many milliseconds; -1 before the second sample.
 struct Rates {
+    std::uint64_t number = 0; // of the sample; a second of the clock may have several
     Seconds sampled = 0;
     std::int64_t milliseconds = -1;
     Traffic traffic;

@@ -214,7 +214,6 @@ void Store::trimBySize(Progress &progress) {
 }
 
 void Store::forgetEverywhere(DeviceId device) {
-    database_->run("PRAGMA secure_delete=ON");
     for (const Level level : {Level::kSlot, Level::kHour, Level::kDay, Level::kMonth}) {
         std::vector<std::pair<Span, Traffic>> changed;
         each(level, {0, kLatest}, [&](const Span &span, PackedView packed) {
@@ -226,7 +225,6 @@ void Store::forgetEverywhere(DeviceId device) {
         for (const auto &[span, traffic] : changed)
             write(level, span, traffic);
     }
-    database_->run("PRAGMA secure_delete=OFF");
 }
 
 // Devices that no period tells of leave, unless they were named. Slots and hours need no look: who

@@ -115,6 +115,8 @@ TEST_F(HistoryTest, ForgettingMovesBytesToTheOthersAndBeginsAnew) {
     sampleAt(kStart + 2 * kHourSeconds + 5);
     EXPECT_TRUE(history->forgetDevice(macOf(1)));
     EXPECT_EQ(history->present().directory.find(macOf(1)), nullptr);
+    history->store().backUp(folder / "copy");
+    EXPECT_EQ(folder.read("copy").find("mine"), std::string::npos);
     const Answer answer = ask(kStart, now + 1);
     EXPECT_EQ(answer.others, (Bytes{1100, 10}));
     EXPECT_EQ(answer.rows.size(), 1U);
