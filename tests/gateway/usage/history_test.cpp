@@ -81,7 +81,12 @@ TEST_F(HistoryTest, AScratchThatFollowsAnotherCommitIsNotUsed) {
     history.reset();
     std::filesystem::resize_file(folder / "scratch", 10);
     start();
+    std::filesystem::create_directory(folder / "scratch.new"); // in the way of the next
+    told.clear();
     sampleAt(kStart + 10);
+    sampleAt(kStart + 15);
+    EXPECT_EQ(told, "the engine answers\nthe scratch can't be written: what is not committed would "
+                    "not outlive a kill\n");
     EXPECT_EQ(total(), engine.truth);
 }
 
@@ -154,6 +159,14 @@ TEST_F(HistoryTest, AYearKeepsEveryByteWhateverIsAsked) {
     }
     // Nobody that no period tells of is remembered: those of the days, and of the months before.
     EXPECT_LT(history->present().directory.devices().size(), 445U);
+}
+
+TEST_F(HistoryTest, AFloodOfAddressesIsBounded) {
+    for (std::uint32_t i = 0; i < 65540; ++i)
+        engine.grow(i, 1, {1, 1});
+    sampleAt(kStart);
+    EXPECT_EQ(history->present().directory.devices().size(), 65536U);
+    EXPECT_EQ(history->present().slots.at(kStart).at(Pair{}), (Bytes{4, 4}));
 }
 
 // Asked for from its middle on, a moment after its first half has become too old.
