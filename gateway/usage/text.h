@@ -9,6 +9,10 @@
 
 namespace usage {
 
+// The length of the character at the start of a text, 0 when its bytes are no UTF-8: no surrogates,
+// no longer form than needed, nothing above U+10FFFF.
+std::size_t characterLength(std::string_view text);
+
 // The text as valid UTF-8 without control characters: every byte that belongs to no character, and
 // every control character, becomes U+FFFD. Cut to so many bytes, between characters.
 std::string cleanText(std::string_view bytes, std::size_t atMost = 128);
