@@ -60,6 +60,8 @@ class CommandTest(ServiceTest):
         # Everything that an engine can know, in one answer and in one file.
         usage = asked.show("--by", "device,application")
         self.assertEqual((len(usage["rows"]), usage["total"]["down"]), (63 * 512, 63 * 512 * 1000))
+        series = re.findall(rb"^traffic_usage_bytes_total{.*} (\d+)$", asked.get("/metrics")[1], re.MULTILINE)
+        self.assertEqual(sum(map(int, series)), usage["total"]["down"] + usage["total"]["up"])
         os.mkdir(os.path.dirname(copy))
         self.assertEqual(asked.run("backup", copy).returncode, 0)
         self.assertEqual(asked.run("export").stdout.count("\n"), 63 * 512)
@@ -80,12 +82,6 @@ class OthersTest(ServiceTest):
                 pass  # it is taken already
             counting = self.service(household(), listens=False).sampled()
             self.assertIn("there is no page: choose an address", counting.log())
-
-    def test_the_metrics_sum_up_to_what_show_tells(self):
-        scraped = self.service(household()).sampled()
-        told = scraped.show()["total"]
-        series = re.findall(rb"^traffic_usage_bytes_total{.*} (\d+)$", scraped.get("/metrics")[1], re.MULTILINE)
-        self.assertEqual(sum(map(int, series)), told["down"] + told["up"])
 
     def test_messages_reach_a_broker_and_the_end_is_told(self):
         if shutil.which("mosquitto") is None or shutil.which("mosquitto_sub") is None:
