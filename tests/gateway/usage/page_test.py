@@ -125,6 +125,17 @@ class PageTest(ServiceTest):
         self.assertTrue(any(cell not in ("0", "0.00 MiB") for cell in table), table)
         self.assertIn("most: tv", self.find("#chart").get_attribute("aria-label"))
 
+        # An application that stands in two categories is one row.
+        self.browser.execute_script("""const real = window.fetch;
+            window.fetch = async path => {
+              const answer = await (await real(path)).json();
+              if (answer.rows?.[0]?.application) answer.rows.push({...answer.rows[0], category: "Else"});
+              return {ok: true, json: async () => answer};
+            }""")
+        self.press("Application")
+        wait_for(lambda: "YouTube" in self.names(), "the applications")
+        self.assertEqual([self.names().count(name) for name in ("DNS", "YouTube")], [1, 1])
+
     def test_hostile_names_are_texts_and_fit_a_telephone(self):
         service = self.service(household(HOSTILE + [f"a-device-with-a-long-name-{at}" for at in range(40)])).sampled()
         self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
