@@ -133,6 +133,19 @@ std::string humanSize(std::uint64_t bytes) {
     return text;
 }
 
+std::string percentEncoded(std::string_view text) {
+    constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~:,/";
+    std::string result;
+    for (const char c : text) {
+        char escape[4] = {c, '\0'};
+        if (kPlain.find(c) == std::string_view::npos)
+            snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
+        result += escape;
+    }
+    return result;
+}
+
 bool sameText(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char x, char y) { return lower(x) == lower(y); });

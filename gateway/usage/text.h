@@ -33,6 +33,9 @@ std::string humanSize(std::uint64_t bytes);
 // A whole number of at most this size, digits only.
 std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t atMost = UINT64_MAX);
 
+// For a URL: every byte that may mean something there as "%" and two digits.
+std::string percentEncoded(std::string_view text);
+
 // Without regard to the case of ASCII letters.
 bool sameText(std::string_view a, std::string_view b);
 

@@ -2,6 +2,7 @@
 
 #include "usage/store/slot.h"
 #include "usage/store/store_tables.h"
+#include "usage/text.h"
 
 #include <cerrno>
 #include <chrono>
@@ -136,7 +137,7 @@ std::unique_ptr<Store> Store::openToRead(const std::string &folder, Present &pre
     std::unique_ptr<Store> store(new Store);
     for (const char *mode : readingModes(file)) {
         try { // nothing may be made
-            store->database_ = std::make_unique<Database>("file:" + file + mode,
+            store->database_ = std::make_unique<Database>("file:" + percentEncoded(file) + mode,
                                                           SQLITE_OPEN_READONLY | SQLITE_OPEN_URI |
                                                               SQLITE_OPEN_NOMUTEX);
             store->check();

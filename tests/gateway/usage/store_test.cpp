@@ -229,10 +229,11 @@ TEST_F(StoreTest, ABackupIsAWholeStoreOfItsOwn) {
     now = kStart;
     growAndSample(10, 1200);
     EXPECT_TRUE(history->commit());
-    const Scratch other;
-    history->store().backUp(storeFile(other.path()));
+    const std::string other = folder / "100%41 of?it#all";
+    std::filesystem::create_directory(other);
+    history->store().backUp(storeFile(other));
     Present present;
-    const auto copy = Store::openToRead(other.path(), present);
+    const auto copy = Store::openToRead(other, present);
     Question question;
     question.range = {kStart, now + 1};
     EXPECT_EQ(usage::ask(present, *copy, question).total, engine.truth);
