@@ -12,6 +12,10 @@ namespace {
 // Slots that wait for a commit that fails again and again; beyond, the two oldest become one.
 constexpr std::size_t kMostSlots = 36;
 
+// Anybody on the network can have as many addresses as they like; who comes later is one of the
+// others until some have left.
+constexpr std::size_t kMostDevices = 65536;
+
 // A clock that leaps ahead by more than an hour is believed when it has stayed there for so long:
 // what is stored at a wrong time in the future would stop the history until then.
 constexpr Seconds kLeap = 3600;
@@ -79,7 +83,13 @@ void History::sample(Moment now) {
     else if (due)
         commitAt_ = periodAt(Level::kSlot, now.wall).to;
     else
-        writeScratch(options_.scratchFile, present_);
+        keepScratch();
+}
+
+void History::keepScratch() {
+    tellChange(scratchFails_, !writeScratch(options_.scratchFile, present_),
+               "the scratch can't be written: what is not committed would not outlive a kill",
+               "the scratch is written again");
 }
 
 void History::noteGap(const Reading &reading, const std::vector<Grown> &grown, Seconds now) {
@@ -98,7 +108,10 @@ void History::noteGap(const Reading &reading, const std::vector<Grown> &grown, S
 
 void History::noteUsers(const Reading &reading, Seconds now) {
     for (const Reading::User &user : reading.users) {
-        Device &device = present_.directory.device(user.stay.mac);
+        Directory &directory = present_.directory;
+        if (directory.find(user.stay.mac) == nullptr && directory.devices().size() >= kMostDevices)
+            continue;
+        Device &device = directory.device(user.stay.mac);
         if (!user.hostName.empty())
             device.hostName = user.hostName;
         if (device.firstSeen == 0)
@@ -109,13 +122,13 @@ void History::noteUsers(const Reading &reading, Seconds now) {
 }
 
 void History::count(const Reading &reading, const std::vector<Grown> &grown, Moment now) {
-    const bool first = rates_.sampled == 0;
+    const bool first = rates_.number++ == 0;
     rates_.traffic.clear();
     for (const Grown &one : grown) {
-        const Device &device = present_.directory.device(reading.users[one.user].stay.mac);
-        const ApplicationId application =
-            present_.directory.application(names_.nameOf(one.ids, now.wall));
-        const Pair pair{device.id, application};
+        const Device *device = present_.directory.find(reading.users[one.user].stay.mac);
+        Pair pair;
+        if (device != nullptr)
+            pair = {device->id, present_.directory.application(names_.nameOf(one.ids, now.wall))};
         present_.slots[periodAt(Level::kSlot, now.wall).from][pair] += one.bytes;
         rates_.traffic[pair] += one.bytes;
     }
@@ -131,6 +144,7 @@ void History::foldOldSlots() {
         const auto second = std::next(oldest);
         for (const auto &[pair, bytes] : oldest->second)
             second->second[pair] += bytes;
+        addGap(present_.gaps, {oldest->first, second->first + kSlotSeconds});
         present_.slots.erase(oldest);
     }
 }
@@ -150,7 +164,7 @@ bool History::tryCommit(DeviceId forgotten) {
             tell_(std::string("the store can't be written (") + error.what() +
                   "): counting goes on in memory, and every five minutes tries again");
         status_.store = StoreHealth::kFull;
-        writeScratch(options_.scratchFile, present_);
+        keepScratch();
         return false;
     }
     if (status_.store == StoreHealth::kFull) {
@@ -159,7 +173,7 @@ bool History::tryCommit(DeviceId forgotten) {
     }
     if (const std::string note = store_->takeNote(); !note.empty())
         tell_(note);
-    writeScratch(options_.scratchFile, present_);
+    keepScratch();
     return true;
 }
 
@@ -171,7 +185,7 @@ void History::setAside(const std::string &why) {
         status_.store = StoreHealth::kSetAside;
         tell_("the store is damaged (" + why + "); it was put aside as " + store_->setAsideAs() +
               ", and a new one begun");
-        writeScratch(options_.scratchFile, present_);
+        keepScratch();
     } catch (const std::runtime_error &error) {
         tell_("the store is damaged (" + why + "), and no new one can be begun: " + error.what());
     }
@@ -187,7 +201,7 @@ bool History::nameDevice(const Mac &mac, const std::string &name) {
 
 bool History::restore(Present before) {
     present_ = std::move(before);
-    writeScratch(options_.scratchFile, present_);
+    keepScratch();
     return false;
 }
 

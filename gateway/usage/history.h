@@ -22,6 +22,7 @@ struct Status {
 
 // What the last sample added, and in how many milliseconds; -1 before the second sample.
 struct Rates {
+    std::uint64_t number = 0; // of the sample; a second of the clock may have several
     Seconds sampled = 0;
     std::int64_t milliseconds = -1;
     Traffic traffic;
@@ -68,6 +69,7 @@ class History {
     bool tryCommit(DeviceId forgotten);
     bool restore(Present before);
     void setAside(const std::string &why);
+    void keepScratch();
     void tellChange(bool &flag, bool value, const char *becameTrue, const char *becameFalse);
 
     HistoryOptions options_;
@@ -78,6 +80,7 @@ class History {
     std::unique_ptr<Store> store_;
     Status status_;
     Rates rates_;
+    bool scratchFails_ = false;
     Seconds commitAt_ = 0;       // the next end of an hour, or of a slot after a failed commit
     std::int64_t sampledAt_ = 0; // by the running clock
     Moment lastLook_;            // at the clocks

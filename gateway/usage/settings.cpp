@@ -69,7 +69,10 @@ Settings readSettings(const std::string &file) {
         settings.passwordHash = json.value("password", "");
         const Json messages = json.value("messages", Json::object());
         settings.messages.host = messages.value("host", "");
-        settings.messages.port = messages.value("port", settings.messages.port);
+        const auto port = messages.value("port", std::int64_t{settings.messages.port});
+        if (port < 1 || port > UINT16_MAX)
+            fail(file, "the port of the broker is from 1 to 65535");
+        settings.messages.port = static_cast<std::uint16_t>(port);
         settings.messages.user = messages.value("user", "");
         settings.messages.password = messages.value("password", "");
     } catch (const Json::exception &error) {

@@ -15,52 +15,49 @@ char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-bool continues(std::string_view bytes, std::size_t at) {
-    return at < bytes.size() && (static_cast<unsigned char>(bytes[at]) & 0xC0U) == 0x80U;
+bool within(unsigned char byte, unsigned char low, unsigned char high) {
+    return byte >= low && byte <= high;
 }
 
-// Length of the character that a first byte promises, and the smallest code point that may take it.
-struct Promise {
-    std::size_t length;
-    std::uint32_t first;
-    std::uint32_t bits;
-};
-
-Promise promiseOf(unsigned char c) {
-    if (c < 0x80)
-        return {1, 0, c};
-    if (c >= 0xC2 && c < 0xE0)
-        return {2, 0x80, c & 0x1FU};
-    if (c >= 0xE0 && c < 0xF0)
-        return {3, 0x800, c & 0x0FU};
-    if (c >= 0xF0 && c < 0xF5)
-        return {4, 0x10000, c & 0x07U};
-    return {0, 0, 0};
-}
-
-// Length of the printable character at the beginning, 0 when there is none.
-std::size_t characterLength(std::string_view bytes) {
-    const Promise promise = promiseOf(static_cast<unsigned char>(bytes[0]));
-    std::uint32_t point = promise.bits;
-    for (std::size_t i = 1; i < promise.length; ++i) {
-        if (!continues(bytes, i))
-            return 0;
-        point = point << 6U | (static_cast<unsigned char>(bytes[i]) & 0x3FU);
-    }
-    const bool surrogate = point >= 0xD800 && point < 0xE000;
-    const bool control = point < 0x20 || (point >= 0x7F && point < 0xA0);
-    if (point < promise.first || point > 0x10FFFF || surrogate || control)
-        return 0;
-    return promise.length;
+// Of a character that is valid.
+bool isControl(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character[0]);
+    return first < 0x20 || first == 0x7F ||
+           (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
 }
 
 } // namespace
+
+std::size_t characterLength(std::string_view text) {
+    const auto at = [text](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : '\0';
+    };
+    const unsigned char lead = at(0);
+    if (lead < 0x80)
+        return 1;
+    if (within(lead, 0xC2, 0xDF))
+        return within(at(1), 0x80, 0xBF) ? 2 : 0;
+    if (within(lead, 0xE0, 0xEF)) {
+        const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+        const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
+        return within(at(1), low, high) && within(at(2), 0x80, 0xBF) ? 3 : 0;
+    }
+    if (within(lead, 0xF0, 0xF4)) {
+        const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+        const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
+        return within(at(1), low, high) && within(at(2), 0x80, 0xBF) && within(at(3), 0x80, 0xBF)
+                   ? 4
+                   : 0;
+    }
+    return 0;
+}
 
 std::string cleanText(std::string_view bytes, std::size_t atMost) {
     std::string clean;
     while (!bytes.empty()) {
         const std::size_t length = characterLength(bytes);
-        const std::string_view next = length == 0 ? kReplacement : bytes.substr(0, length);
+        const bool shown = length != 0 && !isControl(bytes);
+        const std::string_view next = shown ? bytes.substr(0, length) : kReplacement;
         if (clean.size() + next.size() > atMost)
             break;
         clean += next;
@@ -134,6 +131,19 @@ std::string humanSize(std::uint64_t bytes) {
     char text[32];
     snprintf(text, sizeof text, "%.1f %ciB", value, kUnits[power]);
     return text;
+}
+
+std::string percentEncoded(std::string_view text) {
+    constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~:,/";
+    std::string result;
+    for (const char c : text) {
+        char escape[4] = {c, '\0'};
+        if (kPlain.find(c) == std::string_view::npos)
+            snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
+        result += escape;
+    }
+    return result;
 }
 
 bool sameText(std::string_view a, std::string_view b) {

@@ -9,6 +9,10 @@
 
 namespace usage {
 
+// The length of the character at the start of a text, 0 when its bytes are no UTF-8: no surrogates,
+// no longer form than needed, nothing above U+10FFFF.
+std::size_t characterLength(std::string_view text);
+
 // The text as valid UTF-8 without control characters: every byte that belongs to no character, and
 // every control character, becomes U+FFFD. Cut to so many bytes, between characters.
 std::string cleanText(std::string_view bytes, std::size_t atMost = 128);
@@ -28,6 +32,9 @@ std::string humanSize(std::uint64_t bytes);
 
 // A whole number of at most this size, digits only.
 std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t atMost = UINT64_MAX);
+
+// For a URL: every byte that may mean something there as "%" and two digits.
+std::string percentEncoded(std::string_view text);
 
 // Without regard to the case of ASCII letters.
 bool sameText(std::string_view a, std::string_view b);

@@ -249,11 +249,13 @@ std::string stateJson(const View &view) {
 ExportedLines exportLines(const View &view, Seconds from) {
     JsonText json;
     ExportedLines exported;
+    Seconds latest = -1; // a slot may be in the store and, with what came since, in memory
     const auto take = [&](const Span &span, const auto &visitAll) {
-        if (json.size() >= kLinesSize) {
+        if (json.size() >= kLinesSize && span.from != latest) {
             exported.next = exported.next ? std::min(*exported.next, span.from) : span.from;
             return;
         }
+        latest = span.from;
         visitAll([&](const Pair &pair, const Bytes &bytes) {
             writeLines(json, view, span, pair, bytes);
         });

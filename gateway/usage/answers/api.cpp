@@ -121,7 +121,10 @@ HttpReply changeQuota(History &history, const Body &body) {
 
 Api::Api(std::function<View()> view, History *history, std::string backupFolder)
     : view_(std::move(view)), history_(history),
-      backupFile_(std::move(backupFolder) + "/backup.db") {}
+      backupFile_(std::move(backupFolder) + "/backup.db") {
+    if (history_ != nullptr)
+        removeBackup();
+}
 
 HttpReply Api::handle(const HttpRequest &request) {
     try {
@@ -219,33 +222,48 @@ HttpReply Api::exported(const HttpRequest &request) {
     return made;
 }
 
+void Api::removeBackup() const {
+    std::error_code ignored;
+    std::filesystem::remove(backupFile_, ignored);
+}
+
 // The service makes the copy and hands it out in pieces: it may well not be allowed to write where
 // the caller wants it.
 HttpReply Api::makeBackup() {
     history_->commit();
-    std::filesystem::remove(backupFile_);
-    history_->store().backUp(backupFile_);
-    return reply("{\"schema\":1,\"size\":" +
-                 std::to_string(std::filesystem::file_size(backupFile_)) + "}\n");
+    removeBackup();
+    try {
+        history_->store().backUp(backupFile_);
+    } catch (const SqlError &) {
+        removeBackup(); // the room that it takes may be what is missing
+        throw;
+    }
+    return reply("{\"schema\":1,\"copy\":" + std::to_string(++copy_) +
+                 ",\"size\":" + std::to_string(std::filesystem::file_size(backupFile_)) + "}\n");
 }
 
 HttpReply Api::backupPiece(const HttpRequest &request) {
-    allowOnly(request.parameters, {"from"});
-    const std::string *text = valueOf(request.parameters, "from");
-    const auto from = text == nullptr ? std::nullopt : parseNumber(*text, INT64_MAX);
-    if (!from)
-        throw BadParameter("from", "from needs an offset in bytes");
+    allowOnly(request.parameters, {"copy", "from"});
+    const auto number = [&](const char *name) {
+        const std::string *text = valueOf(request.parameters, name);
+        const auto value = text == nullptr ? std::nullopt : parseNumber(*text, INT64_MAX);
+        if (!value)
+            throw BadParameter(name, std::string(name) + " needs a number");
+        return *value;
+    };
+    const std::uint64_t copy = number("copy");
+    const std::uint64_t from = number("from");
     std::ifstream file(backupFile_, std::ios::binary);
-    if (!file)
-        return errorReply(404, "not_found", "", "no backup was asked for");
-    file.seekg(static_cast<std::streamoff>(*from));
+    if (!file || copy != copy_)
+        return errorReply(404, "not_found", "", "that copy is gone: another backup was begun");
+    file.seekg(static_cast<std::streamoff>(from));
     HttpReply made;
     made.type = "application/octet-stream";
     made.body.resize(kPieceSize);
     file.read(made.body.data(), static_cast<std::streamsize>(made.body.size()));
     made.body.resize(static_cast<std::size_t>(std::max<std::streamsize>(file.gcount(), 0)));
     if (made.body.size() < kPieceSize)
-        std::filesystem::remove(backupFile_);
+        removeBackup();
     return made;
 }
 

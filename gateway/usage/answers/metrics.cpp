@@ -78,9 +78,9 @@ Bytes &Metrics::of(const Series &series) {
 }
 
 void Metrics::count(const Present &present, const Rates &rates) {
-    if (rates.sampled == counted_)
+    if (rates.number == counted_)
         return;
-    counted_ = rates.sampled;
+    counted_ = rates.number;
     for (const auto &[pair, bytes] : rates.traffic) {
         const Device *device = present.directory.find(pair.device);
         const ApplicationName *application = present.directory.application(pair.application);

@@ -24,7 +24,7 @@ class Metrics {
     Bytes &of(const Series &series);
 
     std::map<Series, Bytes> series_;
-    Seconds counted_ = 0; // the latest sample
+    std::uint64_t counted_ = 0; // the latest sample
 };
 
 // The type that goes with the text.

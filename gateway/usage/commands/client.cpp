@@ -17,24 +17,11 @@ namespace {
 
 constexpr time_t kPatienceSeconds = 30;
 
-std::string encoded(std::string_view text) {
-    constexpr std::string_view kPlain =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~:,/";
-    std::string result;
-    for (const char c : text) {
-        char escape[4] = {c, '\0'};
-        if (kPlain.find(c) == std::string_view::npos)
-            snprintf(escape, sizeof escape, "%%%02X", static_cast<unsigned char>(c));
-        result += escape;
-    }
-    return result;
-}
-
 std::string written(const HttpRequest &request) {
     std::string line = request.method + " " + request.path;
     char separator = '?';
     for (const auto &[name, value] : request.parameters) {
-        line += separator + encoded(name) + "=" + encoded(value);
+        line += separator + percentEncoded(name) + "=" + percentEncoded(value);
         separator = '&';
     }
     return line + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\nContent-Length: " +

@@ -39,11 +39,11 @@ void writeAll(int file, const std::string &bytes, const std::string &name) {
 
 // Asks for a backup, and for its pieces one after the other.
 void receiveBackup(Service &service, int file, const std::string &name) {
-    const auto size =
-        Json::parse(service.post("/api/v1/backup", "{}").body)["size"].get<std::uint64_t>();
+    const Json copy = Json::parse(service.post("/api/v1/backup", "{}").body);
+    const auto size = copy.at("size").get<std::uint64_t>();
     for (std::uint64_t done = 0; done < size;) {
-        const std::string piece =
-            service.get("/api/v1/backup", {{"from", std::to_string(done)}}).body;
+        const Parameters next{{"copy", copy.at("copy").dump()}, {"from", std::to_string(done)}};
+        const std::string piece = service.get("/api/v1/backup", next).body;
         if (piece.empty())
             throw std::runtime_error("the service's copy has ended too early");
         writeAll(file, piece, name);

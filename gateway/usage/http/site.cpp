@@ -24,8 +24,12 @@ HttpReply Site::handle(const HttpRequest &request) {
 
 void Site::sampled(Seconds now) {
     metrics_.count(history_.present(), history_.rates());
-    if (messages_ && messages_->due(now))
+    if (!messages_ || !messages_->due(now))
+        return;
+    try {
         messages_->update(messageTexts(history_.present(), history_.store(), instance_, now), now);
+    } catch (const SqlError &) { // a damaged store is told to those who ask, and no reason to end
+    }
 }
 
 } // namespace usage

@@ -24,8 +24,8 @@ function losses(lost) {
 export function drawHealth(state) {
   const told = [];
   if (state.engine !== "ok") told.push(say("warn", "The engine does not answer."));
-  if (state.clock === "waiting") told.push(say("warn", "The clock is behind the history: samples wait for it."));
-  if (state.store === "full") told.push(say("warn", "The disk is full: counting goes on, nothing is written."));
+  if (state.clock === "waiting") told.push(say("warn", "Samples wait until the gateway's clock is right."));
+  if (state.store === "full") told.push(say("warn", "The store can't be written: what is counted is kept in memory."));
   if (state.store === "set_aside") told.push(say("warn", "The store was damaged: it was set aside and a new one begun."));
   const gaps = gapList(state.gaps ?? []);
   const lost = losses(state.lost ?? {});

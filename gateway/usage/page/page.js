@@ -11,10 +11,12 @@ const newestDays = 7;        // a device is new for so long
 const totalsEvery = 15;      // seconds between two questions for today's totals
 const historyEvery = 60;     // and for longer ranges
 const secondsOfWait = 5;     // when the service doesn't tell its interval, or doesn't answer
+const longestWait = 60;      // the time between two samples may be that of an outage
 
 let view = parse(location.search);
 let turn = 0;                // of the view: what was asked for an earlier one is not drawn
 let now = null;
+let newSince = 0;            // when the latest sample was first seen
 let devices = [];
 let asked = 0;               // when the totals were last fetched
 const live = [];             // samples since the page was opened, oldest first
@@ -74,18 +76,21 @@ const isNew = device => device.first_seen && device.first_seen.slice(0, 10) > da
 
 const largestFirst = rows => [...rows].sort((a, b) => b.down + b.up - a.down - a.up);
 
-function liveRows(sample) {
-  const rows = new Map();
-  for (const row of sample.rows) {
-    if (view.device && row.device.mac !== view.device || view.category && row.category !== view.category ||
-        view.application && row.application !== view.application) continue;
+// One row for each member, summed: an application's name may stand in two categories.
+function gather(rows, unit) {
+  const gathered = new Map();
+  for (const row of rows) {
     const key = keyOf(row);
-    if (!rows.has(key)) rows.set(key, rowOf(row));
-    rows.get(key).down += row.down_per_second;
-    rows.get(key).up += row.up_per_second;
+    if (!gathered.has(key)) gathered.set(key, rowOf(row));
+    gathered.get(key).down += row[`down${unit}`];
+    gathered.get(key).up += row[`up${unit}`];
   }
-  return [...rows.values()];
+  return [...gathered.values()];
 }
+
+const isLookedAt = row => (!view.device || row.device.mac === view.device) &&
+  (!view.category || row.category === view.category) && (!view.application || row.application === view.application);
+const liveRows = sample => gather(sample.rows.filter(isLookedAt), "_per_second");
 
 const sum = rows => rows.reduce((all, row) => ({down: all.down + row.down, up: all.up + row.up}), {down: 0, up: 0});
 
@@ -112,12 +117,15 @@ function drawChoices() {
   setText("title", ranges[view.range].title);
 }
 
+const interval = () => now?.seconds || secondsOfWait;
+const isStale = () => now.sampled && Date.now() - newSince > 3000 * interval();
+
 function drawNow() {
   const total = activeFilters(view).length > 0 ? sum(liveRows(now)) : {down: now.total.down_per_second, up: now.total.up_per_second};
   setText("now-down", `${rate(total.down)} Mbit/s`);
   setText("now-up", `${rate(total.up)} Mbit/s`);
   setText("sampled-text", now.sampled ? `Sampled ${clockWithSeconds(now.sampled)}` : "Waiting for the first sample");
-  by("light").className = now.sampled ? "good" : "waiting";
+  by("light").className = isStale() ? "bad" : now.sampled ? "good" : "waiting";
 }
 
 function drawTotals(total) {
@@ -157,7 +165,7 @@ function drawLive() {
 }
 
 function drawHistory(answer, steps) {
-  const rows = answer.rows.map(row => Object.assign(rowOf(row), {down: row.down, up: row.up}));
+  const rows = gather(answer.rows, "");
   if (view.by === "device" && activeFilters(view).length === 0) addIdle(rows);
   const largest = largestFirst(rows.filter(row => row.down + row.up > 0));
   colourMembers(largest.map(row => row.key));
@@ -218,7 +226,9 @@ async function refreshHistory() {
 }
 
 async function refreshNow() {
+  const before = now?.sampled;
   now = await fetched("api/v1/now");
+  if (now.sampled !== before) newSince = Date.now();
   if (now.sampled && live.at(-1)?.sampled !== now.sampled) live.push(now);
   if (live.length > livePoints) live.shift();
   drawNow();
@@ -230,7 +240,7 @@ async function refresh(everything) {
     await refreshNow();
     const every = ["now", "today"].includes(view.range) ? totalsEvery : historyEvery;
     if (everything || Date.now() - asked >= every * 1000 - 500) await refreshHistory();
-    notice(null);
+    notice(isStale() ? `There was no sample since ${clockWithSeconds(now.sampled)}: what is shown as now is of then.` : null);
   } catch (error) {
     asked = 0;
     by("light").className = "bad";
@@ -245,7 +255,7 @@ async function poll(everything) {
   if (document.hidden) return;
   await refresh(everything);
   clearTimeout(timer);
-  timer = setTimeout(poll, (now?.seconds > 0 ? Math.max(1, now.seconds) : secondsOfWait) * 1000, false);
+  timer = setTimeout(poll, Math.min(interval(), longestWait) * 1000, false);
 }
 
 function changeView() {

@@ -3,7 +3,7 @@ import {daysBefore, monthsBefore} from "./format.js";
 
 export const ranges = {
   now: {label: "Now", title: "Right now"},
-  today: {label: "Today", title: "Today", step: "hour", from: today => today.slice(0, 10)},
+  today: {label: "Today", title: "Today", step: "hour"}, // of the gateway: it knows when that began
   "7d": {label: "7 days", title: "The last 7 days", step: "day", from: today => daysBefore(today, 6)},
   month: {label: "Month", title: "The last 30 days", step: "day", from: today => daysBefore(today, 29)},
   year: {label: "Year", title: "The last 12 months", step: "month", from: today => monthsBefore(today, 11)},
@@ -38,7 +38,8 @@ export function address(view) {
 // The question to the service that a view asks, without or with its steps.
 export function question(view, today, withSteps) {
   const range = ranges[view.range] ?? ranges.today;
-  const asked = new URLSearchParams({from: (range.from ?? ranges.today.from)(today), by: view.by});
+  const asked = new URLSearchParams({by: view.by});
+  if (range.from) asked.set("from", range.from(today));
   if (withSteps && range.step) asked.set("step", range.step);
   for (const filter of filters) if (view[filter]) asked.set(filter, view[filter]);
   return `api/v1/usage?${asked}`;

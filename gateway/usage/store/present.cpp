@@ -11,14 +11,14 @@ constexpr std::size_t kMostGaps = 1000;
 } // namespace
 
 void addGap(std::vector<Span> &gaps, Span gap) {
-    if (!gaps.empty() && gap.from <= gaps.back().to) {
-        gaps.back().from = std::min(gaps.back().from, gap.from);
-        gaps.back().to = std::max(gaps.back().to, gap.to);
-        return;
-    }
-    if (gaps.size() >= kMostGaps)
+    const auto first = std::find_if(gaps.begin(), gaps.end(),
+                                    [&](const Span &known) { return known.to >= gap.from; });
+    auto last = first;
+    for (; last != gaps.end() && last->from <= gap.to; ++last)
+        gap = {std::min(gap.from, last->from), std::max(gap.to, last->to)};
+    gaps.insert(gaps.erase(first, last), gap);
+    if (gaps.size() > kMostGaps)
         gaps.erase(gaps.begin());
-    gaps.push_back(gap);
 }
 
 } // namespace usage

@@ -30,7 +30,7 @@ struct Present {
     std::array<Seconds, kLevels> trimmed{}; // a level's periods before this are gone
 };
 
-// Notes a gap, joined with the last one when they touch; the oldest go when there are too many.
+// Notes a gap, joined with those that it touches; the oldest go when there are too many.
 void addGap(std::vector<Span> &gaps, Span gap);
 
 } // namespace usage

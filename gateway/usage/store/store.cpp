@@ -2,6 +2,7 @@
 
 #include "usage/store/slot.h"
 #include "usage/store/store_tables.h"
+#include "usage/text.h"
 
 #include <cerrno>
 #include <chrono>
@@ -136,7 +137,7 @@ std::unique_ptr<Store> Store::openToRead(const std::string &folder, Present &pre
     std::unique_ptr<Store> store(new Store);
     for (const char *mode : readingModes(file)) {
         try { // nothing may be made
-            store->database_ = std::make_unique<Database>("file:" + file + mode,
+            store->database_ = std::make_unique<Database>("file:" + percentEncoded(file) + mode,
                                                           SQLITE_OPEN_READONLY | SQLITE_OPEN_URI |
                                                               SQLITE_OPEN_NOMUTEX);
             store->check();
@@ -166,9 +167,10 @@ void Store::openService(Present &present) {
     database_ = std::make_unique<Database>(storeFile(options_.folder), SQLITE_OPEN_READWRITE |
                                                                            SQLITE_OPEN_CREATE |
                                                                            SQLITE_OPEN_NOMUTEX);
-    // The lock is taken with the first access, when readers have left, and never given back.
+    // The lock is taken with the first access, when readers have left, and never given back. Of
+    // what is deleted nothing stays in the file: neither who was forgotten nor what they used.
     database_->run("PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-1024;"
-                   "PRAGMA temp_store=MEMORY");
+                   "PRAGMA temp_store=MEMORY; PRAGMA secure_delete=ON");
     database_->run("BEGIN EXCLUSIVE; COMMIT");
     const bool isNew = database_->number("PRAGMA application_id") == 0 &&
                        database_->number("SELECT count(*) FROM sqlite_schema") == 0;
@@ -223,8 +225,8 @@ void Store::load(Present &present) const {
     present.baseline = std::move(*baseline);
 }
 
+// Still open while it gets its other name: SQLite leaves the log of a file that was moved alone.
 void Store::setAside() {
-    database_.reset();
     const std::string file = storeFile(options_.folder);
     std::string name = file + ".damaged-" + timeText(time(nullptr));
     for (int more = 2; std::filesystem::exists(name); ++more)
@@ -233,26 +235,39 @@ void Store::setAside() {
     std::filesystem::rename(file, name, error);
     if (error)
         throw StoreError(file + " is damaged and cannot be put aside: " + error.message());
+    database_.reset();
     std::filesystem::rename(file + "-wal", name + "-wal", error);
     setAsideAs_ = name;
 }
 
-void Store::startAnew(Present &present) {
-    setAside();
+void Store::begin() {
     Present nothing;
     try {
         openService(nothing);
+    } catch (...) {
+        database_.reset();
+        throw;
+    }
+}
+
+void Store::startAnew(Present &present) {
+    setAside();
+    present.commit = 0;
+    try {
+        begin();
     } catch (const SqlError &error) {
         throw StoreError("cannot begin a new store: " + std::string(error.what()));
     }
-    present.directory.markChanged();
-    present.commit = 0;
-    present.until = {};
-    present.trimmed = {};
+}
+
+Database &Store::database() const {
+    if (!database_)
+        throw SqlError("a new one could not be begun");
+    return *database_;
 }
 
 void Store::each(Level level, const Span &span, const Visitor &visit) const {
-    Statement found(*database_,
+    Statement found(database(),
                     ("SELECT start, finish, packed FROM " + std::string(tableOf(level)) +
                      " WHERE start >= ? AND start < ? AND finish <= ? ORDER BY start")
                         .c_str());
@@ -262,7 +277,7 @@ void Store::each(Level level, const Span &span, const Visitor &visit) const {
 }
 
 std::optional<Span> Store::periodAround(Level level, Seconds time) const {
-    Statement found(*database_, ("SELECT start, finish FROM " + std::string(tableOf(level)) +
+    Statement found(database(), ("SELECT start, finish FROM " + std::string(tableOf(level)) +
                                  " WHERE start < ? ORDER BY start DESC LIMIT 1")
                                     .c_str());
     found.bind(time);
@@ -273,7 +288,7 @@ std::optional<Span> Store::periodAround(Level level, Seconds time) const {
 
 void Store::backUp(const std::string &file) const {
     Database copy(file, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    sqlite3_backup *backup = sqlite3_backup_init(copy.raw(), "main", database_->raw(), "main");
+    sqlite3_backup *backup = sqlite3_backup_init(copy.raw(), "main", database().raw(), "main");
     if (backup == nullptr)
         throw SqlError(sqlite3_errmsg(copy.raw()), sqlite3_errcode(copy.raw()));
     sqlite3_backup_step(backup, -1);
@@ -285,8 +300,8 @@ void Store::backUp(const std::string &file) const {
 
 std::uint64_t Store::usedBytes() const {
     const std::int64_t pages =
-        database_->number("PRAGMA page_count") - database_->number("PRAGMA freelist_count");
-    return static_cast<std::uint64_t>(pages * database_->number("PRAGMA page_size"));
+        database().number("PRAGMA page_count") - database().number("PRAGMA freelist_count");
+    return static_cast<std::uint64_t>(pages * database().number("PRAGMA page_size"));
 }
 
 std::string Store::takeNote() {

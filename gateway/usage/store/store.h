@@ -50,7 +50,8 @@ class Store {
     void backUp(const std::string &file) const;
 
     // Puts a damaged store aside and begins an empty one, which the next commit fills. Throws
-    // StoreError.
+    // StoreError: one that can't be put aside is used on; an empty one that can't be begun is begun
+    // by the next commit, and until then whoever reads gets an SqlError.
     void startAnew(Present &present);
 
     // Under which name a damaged store was put aside by this object; "" when none was.
@@ -68,9 +69,11 @@ class Store {
     void lockFolder();
     void openWhenReadersLeft(Present &present);
     void openService(Present &present);
+    void begin();
     void setAside();
     void check();
     void load(Present &present) const;
+    [[nodiscard]] Database &database() const; // to read; throws SqlError when there is none
 
     void writeDirectory(const Directory &directory);
     void addSlots(const Slots &slots);

@@ -61,6 +61,13 @@ struct Store::Progress {
 
 void Store::commit(Present &present, DeviceId forgotten) {
     const std::uint64_t name = randomName();
+    if (!database_)
+        begin();
+    if (database_->number("SELECT count(*) FROM present") == 0) { // an empty store gets everything
+        present.directory.markChanged();
+        present.until = {};
+        present.trimmed = {};
+    }
     Progress progress{present.until, present.trimmed};
     Transaction transaction(*database_);
     addSlots(present.slots);
@@ -153,10 +160,13 @@ void Store::rollUp(Level level, Progress &progress, Seconds now) {
     }
 }
 
+// A period goes when all of it is too old: an answer shows the whole one that its range begins in.
 void Store::trimByAge(Progress &progress, Seconds now) {
     for (const Level level : kTrimmedLevels) {
-        const Seconds before =
-            std::min(now - keptFor(level), progress.until[indexOf(coarser(level))]);
+        Seconds before = now - keptFor(level);
+        if (const auto oldest = periodAround(level, before))
+            before = oldest->from;
+        before = std::min(before, progress.until[indexOf(coarser(level))]);
         Seconds &trimmed = progress.trimmed[indexOf(level)];
         if (before <= trimmed)
             continue;
@@ -204,7 +214,6 @@ void Store::trimBySize(Progress &progress) {
 }
 
 void Store::forgetEverywhere(DeviceId device) {
-    database_->run("PRAGMA secure_delete=ON");
     for (const Level level : {Level::kSlot, Level::kHour, Level::kDay, Level::kMonth}) {
         std::vector<std::pair<Span, Traffic>> changed;
         each(level, {0, kLatest}, [&](const Span &span, PackedView packed) {
@@ -216,7 +225,6 @@ void Store::forgetEverywhere(DeviceId device) {
         for (const auto &[span, traffic] : changed)
             write(level, span, traffic);
     }
-    database_->run("PRAGMA secure_delete=OFF");
 }
 
 // Devices that no period tells of leave, unless they were named. Slots and hours need no look: who

@@ -1,5 +1,7 @@
 #include "usage/uplink/report.h"
 
+#include "usage/text.h"
+
 #include <array>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -9,41 +11,11 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD"; // U+FFFD
 
-constexpr bool within(unsigned char byte, unsigned char low, unsigned char high) {
-    return byte >= low && byte <= high;
-}
-
-// The length of the character at the start of text, 0 when its bytes are no UTF-8: no surrogates,
-// no longer form than needed, nothing above U+10FFFF.
-std::size_t characterLength(std::string_view text) {
-    const auto at = [text](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : '\0';
-    };
-    const unsigned char lead = at(0);
-    if (lead < 0x80)
-        return 1;
-    if (within(lead, 0xC2, 0xDF))
-        return within(at(1), 0x80, 0xBF) ? 2 : 0;
-    if (within(lead, 0xE0, 0xEF)) {
-        const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
-        const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
-        return within(at(1), low, high) && within(at(2), 0x80, 0xBF) ? 3 : 0;
-    }
-    if (within(lead, 0xF0, 0xF4)) {
-        const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
-        const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
-        return within(at(1), low, high) && within(at(2), 0x80, 0xBF) && within(at(3), 0x80, 0xBF)
-                   ? 4
-                   : 0;
-    }
-    return 0;
-}
-
 std::string withValidCharacters(std::string_view text) {
     std::string valid;
     valid.reserve(text.size());
     while (!text.empty()) {
-        const std::size_t length = characterLength(text);
+        const std::size_t length = usage::characterLength(text);
         valid += length == 0 ? kReplacement : text.substr(0, length);
         text.remove_prefix(length == 0 ? 1 : length);
     }

@@ -157,6 +157,40 @@ TEST_F(ApiTest, NamesThatMeanHarmStayText) {
     EXPECT_THAT(usageTable(usage, {}), Not(HasSubstr("\x1b")));
 }
 
+TEST_F(ApiTest, AnExportHasEachByteOnceHoweverItIsCut) {
+    for (std::uint16_t application = 1; application < 1000; ++application)
+        engine.grow(1, application, {7, 1});
+    sampleAt(kNoon + 5);
+    EXPECT_TRUE(history->commit());
+    engine.grow(1, 1, {1000, 1}); // in the same slot
+    sampleAt(kNoon + 10);
+    std::uint64_t down = 0;
+    Parameters after;
+    for (int page = 0; page < 5; ++page) {
+        reply = get("export", after, Listener::kSocket);
+        std::istringstream lines(reply.body);
+        for (std::string line; std::getline(lines, line);)
+            down += Json::parse(line)["down"].get<std::uint64_t>();
+        if (reply.headers.empty())
+            break;
+        after = {{"after", reply.headers[0].second}};
+    }
+    EXPECT_EQ(down, engine.truth.down);
+}
+
+TEST_F(ApiTest, ABackupComesInPiecesOfOneCopy) {
+    ASSERT_EQ(post("backup", "{}"), 200);
+    const std::string first = Json::parse(reply.body)["copy"].dump();
+    const Parameters from = {{"copy", first}, {"from", "0"}};
+    EXPECT_THAT(get("backup", from, Listener::kSocket).body, ::testing::StartsWith("SQLite"));
+    ASSERT_EQ(post("backup", "{}"), 200);
+    EXPECT_EQ(get("backup", from, Listener::kSocket).status, 404) << "another was begun since";
+    EXPECT_THAT(folder.names(), ::testing::Contains("backup.db"));
+    start();
+    const Api next(nullptr, history.get(), folder.path());
+    EXPECT_THAT(folder.names(), Not(::testing::Contains("backup.db")));
+}
+
 TEST_F(ApiTest, QuotasKnowTheirPeriodTheirUseAndWhetherTheyArePassed) {
     ASSERT_EQ(post("quota", R"({"mac":"02:00:00:00:00:01","total":6000,"per":"day"})"), 200);
     ASSERT_EQ(post("quota", R"({"mac":null,"total":7563,"per":"month","starts_on":15})"), 200);

@@ -95,7 +95,7 @@ class HistoryTest : public ::testing::Test {
         history = std::make_unique<History>(
             HistoryOptions{.store = {.folder = folder.path(), .limit = limit},
                            .scratchFile = folder / "scratch",
-                           .every = 5},
+                           .every = every},
             engine, names, [this](const std::string &line) { told += line + "\n"; });
     }
 
@@ -119,6 +119,7 @@ class HistoryTest : public ::testing::Test {
     FakeNames names;
     std::string told;
     std::uint64_t limit = 64U << 20U;
+    Seconds every = 5;
     Seconds now = 0;
     std::unique_ptr<History> history;
 };

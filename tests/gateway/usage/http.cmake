@@ -13,10 +13,12 @@ target_link_libraries(
 )
 finish_suite(usage_page_parts_test)
 
-# The page in a browser: Debian's own Python, which has Debian's modules.
-add_test(
-  NAME usage_page_test
-  COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/page_test.py $<TARGET_FILE:traffic-usage>
-          $<TARGET_FILE:idpfwd> $<TARGET_FILE:idpfw-shim>
-)
-set_tests_properties(usage_page_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 400)
+# The programs that ship, and the page in a browser: Debian's own Python, which has Debian's modules.
+foreach(test service page)
+  add_test(
+    NAME usage_${test}_test
+    COMMAND /usr/bin/python3 ${CMAKE_CURRENT_SOURCE_DIR}/${test}_test.py
+            $<TARGET_FILE:traffic-usage> $<TARGET_FILE:idpfwd> $<TARGET_FILE:idpfw-shim>
+  )
+  set_tests_properties(usage_${test}_test PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 400)
+endforeach()

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <crypt.h>
 #include <memory>
 #include <poll.h>
 #include <string>
@@ -19,6 +20,12 @@ namespace usage {
 
 // Moves the clock that everything of this executable reads.
 void passTime(std::chrono::seconds span);
+
+// 2b$04 is crypt's cheapest.
+inline std::string hashOf(const char *password) {
+    crypt_data scratch{};
+    return crypt_r(password, "$2b$04$abcdefghijklmnopqrstuu", &scratch);
+}
 
 class HttpTest : public testing::Test {
   protected:
@@ -37,20 +44,20 @@ class HttpTest : public testing::Test {
 
     // A client of TCP, which has sent this.
     [[nodiscard]] int client(const std::string &bytes) const {
-        const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-        const sockaddr_in address = rig::loopback(port_);
-        EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address),
-                  0);
-        put(descriptor, bytes);
-        return descriptor;
+        return connected(rig::loopback(port_), bytes);
     }
 
     [[nodiscard]] int socketClient(const std::string &bytes) const {
-        const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = ""};
         socketPath().copy(address.sun_path, sizeof address.sun_path - 1);
-        EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        return connected(address, bytes);
+    }
+
+    template <typename Address>
+    static int connected(const Address &address, const std::string &bytes) {
+        const auto *to = reinterpret_cast<const sockaddr *>(&address);
+        const int descriptor = socket(to->sa_family, SOCK_STREAM, 0);
+        EXPECT_EQ(connect(descriptor, to, sizeof address), 0);
         put(descriptor, bytes);
         return descriptor;
     }

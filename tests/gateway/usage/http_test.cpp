@@ -2,7 +2,6 @@
 
 #include "usage/http/http_rules.h"
 
-#include <crypt.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <zlib.h>
@@ -34,12 +33,6 @@ HttpReply echo(const HttpRequest &request) {
     for (const auto &[name, value] : request.parameters)
         told += " " + name + "=" + value;
     return {.status = 200, .type = "text/plain", .body = told + " " + request.body, .headers = {}};
-}
-
-// 2b$04 is crypt's cheapest.
-std::string hashOf(const char *password) {
-    crypt_data scratch{};
-    return crypt_r(password, "$2b$04$abcdefghijklmnopqrstuu", &scratch);
 }
 
 std::string basic(const char *base64) {

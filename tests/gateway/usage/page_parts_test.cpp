@@ -29,7 +29,7 @@ class MetricsTest : public testing::Test {
                 present_.directory.application({.category = category, .name = application})};
     }
     void sample(Traffic traffic) {
-        rates_.sampled += 5;
+        ++rates_.number; // all in the same second
         rates_.traffic = std::move(traffic);
         metrics_.count(present_, rates_);
     }
@@ -123,7 +123,8 @@ TEST_F(SetupTest, RefusesAndLeavesTheFileAlone) {
     EXPECT_EQ(setUpWith("correct horse\n", ""), 1) << "there is no br0 with an address";
     EXPECT_EQ(readSettings(file()), before);
     for (const char *damaged :
-         {"", "{", "[]", R"({"listen": 5})", R"({"messages": {"port": "x"}})"}) {
+         {"", "{", "[]", R"({"listen": 5})", R"({"messages": {"port": "x"}})",
+          R"({"messages": {"port": 67419}})", R"({"messages": {"port": 0}})"}) {
         std::ofstream(file()) << damaged;
         EXPECT_THROW(readSettings(file()), std::runtime_error) << damaged;
     }

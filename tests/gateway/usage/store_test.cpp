@@ -1,6 +1,7 @@
 // The store against power cuts, damage, want of room and strangers.
 #include "careless_disk.h"
 #include "history_rig.h"
+#include "usage/http/site.h"
 
 #include <fstream>
 #include <gmock/gmock.h>
@@ -15,10 +16,10 @@ constexpr Seconds kStart = 1795219200; // 2026-11-21T00:00:00Z
 
 class StoreTest : public HistoryTest {
   protected:
-    void growAndSample(int times, Seconds every) {
+    void growAndSample(int times, Seconds apart) {
         for (int i = 0; i < times; ++i) {
             engine.grow(1 + static_cast<std::uint32_t>(i) % 5, 1, {1000, 100});
-            sampleAt(now + every);
+            sampleAt(now + apart);
         }
     }
     std::string file() { return storeFile(folder.path()); }
@@ -72,6 +73,8 @@ TEST_F(StoreTest, APowerCutAtAnyWriteLeavesAWholeCommit) {
 }
 
 TEST_F(StoreTest, AFullDiskStopsWritingNotCounting) {
+    every = 1000;
+    start();
     now = kStart;
     growAndSample(3, 5);
     disk.full = true;
@@ -80,7 +83,9 @@ TEST_F(StoreTest, AFullDiskStopsWritingNotCounting) {
     EXPECT_FALSE(history->nameDevice(macOf(1), "nobody"));
     EXPECT_EQ(history->present().directory.find(macOf(1))->name(), "host-1");
     EXPECT_EQ(total(), engine.truth);
-    EXPECT_LE(history->present().slots.size(), 36U); // however long it takes
+    EXPECT_LE(history->present().slots.size(), 36U);                // however long it takes
+    const Seconds oldest = history->present().slots.begin()->first; // holds what was before it
+    EXPECT_EQ(history->present().gaps.back().to, oldest + kSlotSeconds);
     disk.full = false;
     growAndSample(1, 1000);
     EXPECT_EQ(history->status().store, StoreHealth::kOk);
@@ -145,6 +150,18 @@ TEST_F(StoreTest, DamageFoundAtWorkBeginsANewStoreWithoutLosingTheRunningHour) {
     }
     start();
     EXPECT_EQ(history->status().store, StoreHealth::kOk);
+    Api api(nullptr, nullptr, folder.path());
+    Site(api, *history, "br0", {"127.0.0.1", 1, "", ""}).sampled(now); // no messages then
+    std::filesystem::rename(file(), folder / "away");                  // it can't be put aside
+    EXPECT_FALSE(history->commit());
+    EXPECT_THROW(total(), SqlDamage);
+    std::filesystem::rename(folder / "away", file());
+    disk.full = true; // it can, but there is no room for another
+    EXPECT_FALSE(history->commit());
+    EXPECT_FALSE(history->nameDevice(macOf(1), "nobody"));
+    EXPECT_EQ(history->status().store, StoreHealth::kFull);
+    EXPECT_THROW(total(), SqlError);
+    disk.full = false;
     EXPECT_TRUE(history->commit());
     EXPECT_EQ(history->status().store, StoreHealth::kSetAside);
     EXPECT_EQ(total(), (Bytes{5, 5}));
@@ -212,10 +229,11 @@ TEST_F(StoreTest, ABackupIsAWholeStoreOfItsOwn) {
     now = kStart;
     growAndSample(10, 1200);
     EXPECT_TRUE(history->commit());
-    const Scratch other;
-    history->store().backUp(storeFile(other.path()));
+    const std::string other = folder / "100%41 of?it#all";
+    std::filesystem::create_directory(other);
+    history->store().backUp(storeFile(other));
     Present present;
-    const auto copy = Store::openToRead(other.path(), present);
+    const auto copy = Store::openToRead(other, present);
     Question question;
     question.range = {kStart, now + 1};
     EXPECT_EQ(usage::ask(present, *copy, question).total, engine.truth);

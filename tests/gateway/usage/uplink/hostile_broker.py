@@ -15,43 +15,33 @@ CONNACK = b"\x20\x02\x00\x00"
 NOT_AUTHORISED = b"\x20\x02\x00\x05"
 
 
-def packet(connection):
-    """The first byte and the body of the next MQTT packet."""
-    kind = connection.recv(1)
-    size, shift = 0, 0
-    while kind:
-        byte = connection.recv(1)[0]
+def packet(stream):
+    """The first byte of the next MQTT packet, the rest of which is skipped."""
+    kind = more = stream.read(1)
+    size = shift = 0
+    while more:
+        byte = stream.read(1)[0]
         size |= (byte & 127) << shift
         shift += 7
-        if byte < 128:
-            break
-    body = b""
-    while len(body) < size:
-        body += connection.recv(size - len(body))
-    return kind, body
+        more = byte & 128
+    stream.read(size)
+    return kind
 
 
 def talk(plain, context):
     if BEHAVIOUR == "silent":
         plain.recv(1 << 20)
-        return threading.Event().wait(60)
-    with context.wrap_socket(plain, server_side=True) as connection:
-        packet(connection)
+        threading.Event().wait(60)
+    try:
+        connection = context.wrap_socket(plain, server_side=True)
+        stream = connection.makefile("rb")
+        packet(stream)
         connection.sendall(NOT_AUTHORISED if BEHAVIOUR == "refuse" else CONNACK)
-        while BEHAVIOUR != "refuse":
-            kind, _ = packet(connection)
-            if not kind:
-                return None
+        while BEHAVIOUR != "refuse" and (kind := packet(stream)):
             if kind[0] & 0xF0 == 0x30:
                 print("message", flush=True)
             if BEHAVIOUR == "close":
-                return None
-    return None
-
-
-def serve(plain, context):
-    try:
-        talk(plain, context)
+                connection.shutdown(socket.SHUT_RDWR)
     except (OSError, IndexError):  # the other side has gone away
         pass
 
@@ -62,4 +52,4 @@ server_context.load_cert_chain(sys.argv[2], sys.argv[3])
 listener = socket.create_server(("127.0.0.1", 0))
 print(listener.getsockname()[1], flush=True)
 while True:
-    threading.Thread(target=serve, args=(listener.accept()[0], server_context), daemon=True).start()
+    threading.Thread(target=talk, args=(listener.accept()[0], server_context), daemon=True).start()

@@ -55,25 +55,13 @@ class UplinkProgram : public testing::Test {
 
     // Gets all messages from now on, "topic body", into "heard".
     Child listener(const std::string &name = "operator") const {
-        std::vector<std::string> words = {"mosquitto_sub",
-                                          "-p",
-                                          std::to_string(port_),
-                                          "--cafile",
-                                          scratch_ / (name + ".pem"),
-                                          "--insecure",
-                                          "-c",
-                                          "-i",
-                                          "listener",
-                                          "-q",
-                                          "1",
-                                          "-t",
-                                          "#",
-                                          "-F",
-                                          "%t %p"};
-        auto once = words;
-        once.emplace_back("-E"); // ends when it has subscribed
-        EXPECT_TRUE(eventually([&] { return Child(once, scratch_ / "subscribed").wait() == 0; }));
-        return Child(words, scratch_ / "heard");
+        const std::string subscribe = "exec mosquitto_sub -p " + std::to_string(port_) +
+                                      " --cafile " + (scratch_ / (name + ".pem")).string() +
+                                      " --insecure -c -i listener -q 1 -t '#' -F '%t %p'";
+        EXPECT_TRUE(eventually([&] { // -E ends it when it has subscribed
+            return Child({"sh", "-c", subscribe + " -E"}, scratch_ / "subscribed").wait() == 0;
+        }));
+        return Child({"sh", "-c", subscribe}, scratch_ / "heard");
     }
 
     void configure(const std::string &more = "", const std::string &authority = "operator") const {
