@@ -47,6 +47,7 @@ TEST_F(Stations, SpeedIsThatOfTheLastPacketElseTheHighestOfTheRateSet) {
     const std::tuple<std::string, const char *, const char *> rows[] = {
         {kMac, "rateset [ 1(b) 11 54 48 ]\n\t rate of last tx pkt: 1733300 kbps - 6000\n", "1733"},
         {kMac, "rateset [ 1(b) 5.5(b) 11 54 48 ] 99\nrate of last tx pkt: 0 kbps\n", "54"},
+        {kMac, "rateset [ 54 ]\nrate of last tx pkt: 1000 kbps\n", "1"},
         {kMac + " ", "rate of last tx pkt: 1733300 kbps", ""}};
     for (const auto &[text, facts, expected] : rows) {
         radio("", "", std::string("printf '") + facts + "'");

@@ -54,6 +54,8 @@ TEST_F(FirmwareUpdate, WhereChildrenAreNotWaitedForAStatusIsWrittenButNotKnown) 
 TEST_F(FirmwareUpdate, TheImageHasItsSizeAndTheRegionItsFolder) {
     std::uint32_t size = 9;
     EXPECT_EQ(getDownloadImageSize("/tmp/no", &size), 1);
+    rig::writeFile("/tmp/image", "");
+    EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
     rig::writeFile("/tmp/image", std::string(70000, 'i'));
     EXPECT_EQ(getDownloadImageSize("/tmp/image", &size), 0);
     EXPECT_EQ(size, 70000u);
