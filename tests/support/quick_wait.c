@@ -5,6 +5,7 @@
  * by its second is told here too.
  */
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/select.h>
@@ -40,6 +41,10 @@ int pselect(int count, fd_set *readable, fd_set *writable, fd_set *exceptional,
     *(void **)&real = dlsym(RTLD_NEXT, "pselect");
     if (timeout == NULL)
         return real(count, readable, writable, exceptional, timeout, mask);
+    if (timeout->tv_sec < 0 || timeout->tv_nsec < 0 || timeout->tv_nsec >= 1000000000) {
+        errno = EINVAL;
+        return -1;
+    }
     shorter.tv_nsec = (long)(timeout->tv_sec * 10000000 + timeout->tv_nsec / 100);
     leave_mark();
     skipped += timeout->tv_sec;

@@ -61,11 +61,12 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD)), 2);
     const Scratch scratch;
     const std::string folder = scratch.path();
-    scratch.write("s.json", R"({"steps": [{}]})");
+    scratch.write("s.json", R"({"applications": {"A": {"category": 1, "id": 1}}, "steps": [{}]})");
     const std::string noFolder = folder + "/s.json/y/x";
     for (const auto &[more, said] :
          {std::pair("socket --dump " + noFolder, "cannot write " + noFolder),
-          {"socket --socket /none/x", "cannot listen at /none/x"}}) {
+          {"socket --socket /none/x", "cannot listen at /none/x"},
+          {"socket --databases " + noFolder, "cannot write " + noFolder}}) {
         const std::string command = IDPFWD " --scenario " + folder + "/s.json --databases " +
                                     folder + " --socket " + folder + "/socket 2>" + folder +
                                     "/said --device " + more;

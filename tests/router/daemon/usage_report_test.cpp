@@ -52,6 +52,19 @@ TEST_F(UsageReport, MembersStandInTheirOrderWithTheirTypes) {
                                    "\tdownloadBandWidth=-5\n\n"));
 }
 
+TEST_F(UsageReport, ATypeIsAnotherOneForAnotherVendor) {
+    rig::writeDeviceTypes();
+    rig::fillBuffer(2);
+    trafficBuffer[1].vendorId = 9;
+    cJSON *document = createTrafficUsageDetailObj();
+    std::string types;
+    const cJSON *record;
+    cJSON_ArrayForEach(record, cJSON_GetObjectItem(document, "trafficInfo")) types +=
+        std::string(cJSON_GetObjectItem(record, "devType")->valuestring) + ",";
+    EXPECT_EQ(types, "Game console,unknown,");
+    cJSON_Delete(document);
+}
+
 TEST_F(UsageReport, TakesEveryRecordOnceInSlotOrderAndLoadsTheDeviceTypesOnce) {
     rig::fillBuffer(MAX_ENTRY);
     for (int i = 0; i < MAX_ENTRY; ++i)
