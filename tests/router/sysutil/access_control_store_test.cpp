@@ -35,6 +35,8 @@ TEST_F(AccessControlStore, NothingIsLoadedPastTheTable) {
     loadLists();
     EXPECT_EQ(describe(ac_mac_list[127]), "A00B0000007F 1 0 0 n");
     std::string name(34, '#');
+    memset(ac_mac_list[126].devName, 'o', 2);
+    save_ac_mac_list();
     EXPECT_EQ(cgi_getDevNameFromACL(name.data(), "A0:0B:00:00:00:7F"), 0);
     EXPECT_EQ(name, "n" + std::string(32, '\0') + "#");
 }
