@@ -4,6 +4,7 @@
 #include "support/child.h"
 #include "support/commands.h"
 #include "support/files.h"
+#include "support/pattern.h"
 #include "support/private_root.h"
 
 #include <algorithm>
@@ -17,7 +18,6 @@
 #include <gmock/gmock.h>
 #include <optional>
 #include <random>
-#include <regex>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -100,9 +100,9 @@ double reportedGrowths() {
 // How often a row has grown, by the engine's own account.
 double countedGrowths() {
     const std::string dump = slurp("/dump.json");
-    std::smatch bytes;
-    const bool found = std::regex_search(dump, bytes, std::regex("\"down_bytes\": (\\d+)"));
-    return found ? std::stod(bytes[1]) / kGrowth : 0;
+    const std::string label = "\"down_bytes\": ";
+    const std::size_t place = dump.find(label);
+    return place != std::string::npos ? std::stod(dump.substr(place + label.size())) / kGrowth : 0;
 }
 
 unsigned long fromEnvironment(const char *name, unsigned long otherwise) {
@@ -360,7 +360,7 @@ TEST_F(EndToEnd, ReportsACaptureToTheByteAsCountedFromItsFrames) {
     auto counted =
         rows("/lib/router/capture/expected.json", {"mac", "category", "application", "up", "down"});
     for (std::string &row : counted) // the daemon's word for what has no name
-        row = std::regex_replace(row, std::regex("\\|[^|]*\\|unknown\\|"), "|others|others|");
+        row = rig::replaceEach(row, "\\|[^|]*\\|unknown\\|", "|others|others|");
     EXPECT_THAT(
         rows(kReport, {"macAddress", "appType", "appName", "uploadBandwidth", "downloadBandwidth"}),
         testing::UnorderedElementsAreArray(counted));

@@ -2,10 +2,10 @@
 
 #include "support/faults.h"
 #include "support/fixture.h"
+#include "support/pattern.h"
 
 #include <cstring>
 #include <filesystem>
-#include <regex>
 
 namespace {
 
@@ -26,7 +26,7 @@ std::string printed(const std::string &report) {
         EXPECT_EQ(getIQoSAppListBymac(&head, "AA:BB:CC:DD:EE:FF"), 0);
         removeAllAppNodes(&head);
     });
-    return std::regex_replace(output, std::regex("\\[[A-Za-z_]+\\]\\[[0-9]+\\]"), "");
+    return rig::replaceEach(output, "\\[[A-Za-z_]+\\]\\[[0-9]+\\]");
 }
 
 TEST_F(AppDetail, ADeviceAndItsApplicationsAreReadFromTheDevicesSection) {

@@ -2,9 +2,9 @@
 
 #include "support/faults.h"
 #include "support/fixture.h"
+#include "support/pattern.h"
 
 #include <cstring>
-#include <regex>
 #include <vector>
 
 namespace {
@@ -103,7 +103,7 @@ std::string diagnostics(const std::function<void()> &body) {
     const std::string printed = rig::standardOutput(body);
     rig::setSetting("dev_id_debug", "0");
     EXPECT_EQ(rig::standardOutput(body), "");
-    return std::regex_replace(printed, std::regex("\\]\\[[0-9]+\\]"), "]");
+    return rig::replaceEach(printed, "\\]\\[[0-9]+\\]", "]");
 }
 
 TEST_F(DeviceIdentity, DiagnosticsShowEveryFieldInItsOrder) {
@@ -114,8 +114,7 @@ TEST_F(DeviceIdentity, DiagnosticsShowEveryFieldInItsOrder) {
                             32, 32, 128, 32, 18, 16, 18, 0,  0,  32, 0,  32, 0})
         expected += width == 0 ? "2021161080\n" : std::string(width, 'x') + "\n";
     const std::string printed = diagnostics([&] { print_dev_table(&node); });
-    EXPECT_EQ(std::regex_replace(printed, std::regex("\\[print_dev_table\\]src.*: "), ""),
-              expected);
+    EXPECT_EQ(rig::replaceEach(printed, "\\[print_dev_table\\]src.*: "), expected);
 }
 
 TEST_F(DeviceIdentity, DiagnosticsTellWhatBecameOfTheList) {
@@ -141,7 +140,7 @@ TEST_F(DeviceIdentity, DiagnosticsTellWhatBecameOfTheList) {
     const auto rule = [](const std::string &text) {
         return "[addDevIdNodeToList]----------" + text + "----------------\n";
     };
-    EXPECT_EQ(std::regex_replace(diagnostics(run), std::regex("\\[print_dev_table.*\n"), ""),
+    EXPECT_EQ(rig::replaceEach(diagnostics(run), "\\[print_dev_table.*\n"),
               "[removeAllDevIdNodes]node not exist.\n[searchDevIdNodeByMac]Empty List.\n"
               "[removeOldestNodeFromList]Cannot remove node from list\n" +
                   adds + adds + adds + rule("before start") + rule("before end") + removal + "1\n" +
