@@ -250,6 +250,21 @@ TEST(Ledger, EveryPairOfDeviceAndApplicationKeepsItsOwnSum) {
     }
 }
 
+TEST(Ledger, ADeviceThatWasForgottenIsSeenAnew) {
+    Tables tables;
+    Ledger ledger(tables);
+    const Mac mac{2, 0, 0, 0, 0, 1};
+    const Moment first{.seconds = 1, .milliseconds = 1000};
+    const Moment later{.seconds = 500, .milliseconds = 500'000};
+    const std::uint64_t stay = ledger.see(mac, 0, nullptr, first);
+    ledger.flush(first);
+    EXPECT_EQ(ledger.see(mac, 0, nullptr, first), stay);
+    tables.forgetUnseen(later, 100);
+    ledger.flush(later);
+    EXPECT_NE(ledger.see(mac, 0, nullptr, later), stay);
+    EXPECT_EQ(ledger.see(mac, 0, nullptr, later), tables.stay(mac));
+}
+
 TEST_F(PacketAccountingTest, OnlyAnAddressOfNetworksAtHomeIsADevicesOwn) {
     const std::pair<Bytes, bool> rows[] = {
         {{10, 9, 9, 9}, true},     {{11, 9, 9, 9}, false},    {{172, 16, 0, 1}, true},
