@@ -105,7 +105,7 @@ void writeRates(JsonText &json, const Bytes &bytes, std::int64_t milliseconds) {
 void writeQuota(JsonText &json, const View &view, const Quota &quota) {
     const Span period = quotaPeriodAt(quota, view.now);
     Question question;
-    question.range = {period.from, std::max(view.now, period.from + 1)};
+    question.range = untilNow(period.from, view.now);
     question.byDevice = true;
     json.open('{').member("number", quota.number);
     if (quota.device) {

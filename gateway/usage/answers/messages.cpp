@@ -3,7 +3,6 @@
 #include "usage/answers/query.h"
 #include "usage/text.h"
 
-#include <algorithm>
 #include <mosquitto.h>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -64,9 +63,8 @@ void addSensors(MessageTexts &texts, const std::string &instance, const std::str
 
 MessageTexts messageTexts(const Present &present, const Store &store, const std::string &instance,
                           Seconds now) {
-    const Span today = periodAt(Level::kDay, now);
     Question question;
-    question.range = {today.from, std::max(now, today.from + 1)};
+    question.range = untilNow(periodAt(Level::kDay, now).from, now);
     question.byDevice = true;
     question.top = kMaxDevices;
     const Answer answer = ask(present, store, question);

@@ -268,6 +268,10 @@ std::vector<std::pair<Level, Span>> finestSpans(const Present &present, const St
     return spans;
 }
 
+Span untilNow(Seconds from, Seconds now) {
+    return {from, std::max(from, now) + 1};
+}
+
 void eachPeriod(const Store &store, Level level, const Span &span, const Store::Visitor &visit) {
     const auto below = [&](const Span &hole) {
         if (level != Level::kSlot && hole.from < hole.to)

@@ -43,6 +43,9 @@ struct Answer {
     Bytes others;
 };
 
+// From then until now, with the second that is under way: a sample of this second is in it.
+Span untilNow(Seconds from, Seconds now);
+
 // Reads what is committed, adds what is not. Throws SqlError for a store that is damaged.
 Answer ask(const Present &present, const Store &store, const Question &question);
 

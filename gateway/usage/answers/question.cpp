@@ -21,11 +21,12 @@ Seconds parseWhen(const char *name, const std::string &text, Seconds now) {
 Span parseRange(const Parameters &parameters, Seconds now) {
     const std::string *from = valueOf(parameters, "from");
     const std::string *to = valueOf(parameters, "to");
-    Span range;
-    range.from = from != nullptr ? parseWhen("from", *from, now) : periodAt(Level::kDay, now).from;
-    range.to = to != nullptr ? parseWhen("to", *to, now) : std::max(now, range.from + 1);
+    const Seconds begin =
+        from != nullptr ? parseWhen("from", *from, now) : periodAt(Level::kDay, now).from;
+    const Span range =
+        to != nullptr ? Span{begin, parseWhen("to", *to, now)} : untilNow(begin, now);
     if (range.from >= range.to)
-        throw BadParameter(to != nullptr ? "to" : "from", "from must be before to");
+        throw BadParameter("to", "from must be before to");
     if (from != nullptr && to == nullptr && range.from > now)
         throw BadParameter("from", "from is in the future");
     return range;

@@ -124,8 +124,8 @@ class Service:
     def run(self, *words):
         return subprocess.run(self.command(*words), capture_output=True, text=True, env=self.environment, check=False)
 
-    def show(self, *arguments):  # with what was counted in this very second
-        return json.loads(self.run("show", "--format", "json", "--to", "2100-01-01", *arguments).stdout)
+    def show(self, *arguments):
+        return json.loads(self.run("show", "--format", "json", *arguments).stdout)
 
     def sampled(self):
         wait_for(lambda: self.show()["total"]["down"] > 0, "a first sample")
