@@ -29,11 +29,12 @@ std::string quotasJson(const View &view);
 std::string stateJson(const View &view);
 
 // Periods as lines of JSON, at the finest that is kept, from a time on: whole periods until there
-// are some 128 KB. next: from where on the rest is, nothing when there is no more.
+// are some 128 KB. next: from where on the rest is, nothing when there is no more. No lines at all
+// when the time lies inside of a period that is kept as a whole by now: its rest can't be told.
 struct ExportedLines {
     std::string lines;
     std::optional<Seconds> next;
 };
-ExportedLines exportLines(const View &view, Seconds from);
+std::optional<ExportedLines> exportLines(const View &view, Seconds from);
 
 } // namespace usage

@@ -246,7 +246,7 @@ std::string stateJson(const View &view) {
     return json.close('}').finish();
 }
 
-ExportedLines exportLines(const View &view, Seconds from) {
+std::optional<ExportedLines> exportLines(const View &view, Seconds from) {
     JsonText json;
     ExportedLines exported;
     Seconds latest = -1; // a slot may be in the store and, with what came since, in memory
@@ -261,6 +261,9 @@ ExportedLines exportLines(const View &view, Seconds from) {
         });
     };
     for (const auto &[level, span] : finestSpans(view.present, view.store)) {
+        const bool starts = span.from <= from && from < span.to;
+        if (starts && level != Level::kSlot && view.store.periodAround(level, from))
+            return std::nullopt;
         view.store.each(level, {std::max(span.from, from), span.to},
                         [&](const Span &period, PackedView packed) {
                             take(period, [&](const auto &write) { visitTraffic(packed, write); });

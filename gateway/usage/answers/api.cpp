@@ -214,11 +214,14 @@ HttpReply Api::exported(const HttpRequest &request) {
     const auto from = after == nullptr ? 0 : parseNumber(*after, kLatest);
     if (!from)
         throw BadParameter("after", "after needs seconds since the epoch");
-    ExportedLines exported = exportLines(view_(), static_cast<Seconds>(*from));
-    HttpReply made = reply(std::move(exported.lines));
+    auto exported = exportLines(view_(), static_cast<Seconds>(*from));
+    if (!exported)
+        return errorReply(409, "given_up", "",
+                          "periods were given up for coarser ones meanwhile: export once more");
+    HttpReply made = reply(std::move(exported->lines));
     made.type = "application/x-ndjson";
-    if (exported.next)
-        made.headers.emplace_back("X-Next", std::to_string(*exported.next));
+    if (exported->next)
+        made.headers.emplace_back("X-Next", std::to_string(*exported->next));
     return made;
 }
 

@@ -84,6 +84,7 @@ class Store {
     void trimBySize(Progress &progress);
     bool trimOldest(Level level, Progress &progress);
     void forgetEverywhere(DeviceId device);
+    void emptyLog();
     void dropUnused(Directory &directory, Seconds now);
     void writePresent(const Present &present, const Progress &progress, std::uint64_t name);
 

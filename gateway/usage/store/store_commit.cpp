@@ -87,6 +87,15 @@ void Store::commit(Present &present, DeviceId forgotten) {
     present.commit = name;
     present.slots.clear();
     present.directory.markCommitted();
+    if (forgotten != kOthers)
+        emptyLog();
+}
+
+// What was deleted still stands in the log, until all of that is in the file. Where this fails,
+// later commits see to it.
+void Store::emptyLog() {
+    sqlite3_wal_checkpoint_v2(database_->raw(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
+                              nullptr);
 }
 
 void Store::writeDirectory(const Directory &directory) {

@@ -177,6 +177,16 @@ TEST_F(ApiTest, AnExportHasEachByteOnceHoweverItIsCut) {
         after = {{"after", reply.headers[0].second}};
     }
     EXPECT_EQ(down, engine.truth.down);
+
+    // What went on inside of an hour whose slots are gone by now would lack the rest of that hour.
+    sampleAt(kNoon + 300);
+    EXPECT_TRUE(history->commit());
+    sampleAt(kNoon + 400000);
+    EXPECT_TRUE(history->commit());
+    EXPECT_EQ(get("export", {{"after", std::to_string(kNoon + 300)}}, Listener::kSocket).status,
+              409);
+    EXPECT_EQ(get("export", {{"after", std::to_string(kNoon + 3600)}}, Listener::kSocket).status,
+              200);
 }
 
 TEST_F(ApiTest, ABackupComesInPiecesOfOneCopy) {
