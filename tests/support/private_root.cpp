@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sched.h>
-#include <sstream>
 #include <sys/mount.h>
 #include <system_error>
 #include <unistd.h>
@@ -41,20 +40,19 @@ std::string failure(const char *what) {
 void copyProgram(const std::string &program, const std::string &destination) {
     fs::create_directories(fs::path(destination).parent_path());
     fs::copy_file(program, destination, fs::copy_options::overwrite_existing);
-    FILE *listing = popen(("ldd " + program + " 2>/dev/null").c_str(), "r");
+    FILE *listing = popen(("ldd '" + program + "' 2>/dev/null").c_str(), "r");
     if (listing == nullptr)
         return;
-    char line[512];
-    while (fgets(line, sizeof line, listing) != nullptr) {
-        std::istringstream words(line);
-        std::string word;
-        while (words >> word) {
-            if (word.front() != '/')
-                continue;
-            const std::string target = rootPath + word;
-            fs::create_directories(fs::path(target).parent_path());
-            fs::copy_file(word, target, fs::copy_options::overwrite_existing);
-        }
+    char text[512];
+    while (fgets(text, sizeof text, listing) != nullptr) {
+        const std::string line = text; // "\tNAME => PATH (ADDRESS)", "\tPATH (ADDRESS)"
+        const std::size_t from = line.find('/');
+        if (from == std::string::npos)
+            continue;
+        const std::string library = line.substr(from, line.rfind(" (") - from);
+        const std::string target = rootPath + library;
+        fs::create_directories(fs::path(target).parent_path());
+        fs::copy_file(library, target, fs::copy_options::overwrite_existing);
     }
     pclose(listing);
 }

@@ -21,7 +21,7 @@ TEST_F(IdpfwdTest, ServesAndDumpsAScenarioAndLeavesNothingBehind) {
     const std::string command =
         "echo $$ && exec " IDPFWD
         " --scenario s.json --device socket --databases trend --dump dump.json";
-    FILE *output = popen(("cd " + scratch.path().string() + " && " + command).c_str(), "r");
+    FILE *output = popen(("cd '" + scratch.path().string() + "' && " + command).c_str(), "r");
     const auto line = [output] {
         char text[200] = "";
         return std::string(fgets(text, sizeof text, output) != nullptr ? text : "");
@@ -60,16 +60,15 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD " --scenario /none")), 1);
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD)), 2);
     const Scratch scratch;
-    const std::string folder = scratch.path();
+    std::filesystem::current_path(scratch.path());
     scratch.write("s.json", R"({"applications": {"A": {"category": 1, "id": 1}}, "steps": [{}]})");
-    const std::string noFolder = folder + "/s.json/y/x";
+    const std::string noFolder = "s.json/y/x";
     for (const auto &[more, said] :
          {std::pair("socket --dump " + noFolder, "cannot write " + noFolder),
           {"socket --socket /none/x", "cannot listen at /none/x"},
           {"socket --databases " + noFolder, "cannot write " + noFolder}}) {
-        const std::string command = IDPFWD " --scenario " + folder + "/s.json --databases " +
-                                    folder + " --socket " + folder + "/socket 2>" + folder +
-                                    "/said --device " + more;
+        const std::string command =
+            IDPFWD " --scenario s.json --databases . --socket ./socket 2>said --device " + more;
         EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
         EXPECT_THAT(scratch.read("said"), HasSubstr(said));
     }

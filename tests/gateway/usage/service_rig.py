@@ -86,8 +86,10 @@ class Service:
         self.folder = tempfile.mkdtemp()
         self.port = free_port() if listens else None
         self.every = every
+        shim = f"{self.folder}/shim"  # no path in a list of what is preloaded may have a space
+        os.symlink(SHIM, shim)
         linked = subprocess.run(["ldd", TRAFFIC_USAGE], capture_output=True, text=True, check=True).stdout.split()
-        self.preloaded = ":".join([word for word in linked if word.startswith("/") and "libasan" in word] + [SHIM])
+        self.preloaded = ":".join([word for word in linked if word.startswith("/") and "libasan" in word] + [shim])
         self.environment = dict(os.environ, IDPFWD_SOCKET=f"{self.folder}/idpfw", TZ=zone,
                                 ASAN_OPTIONS="quarantine_size_mb=1:verify_asan_link_order=0:detect_leaks=0")
         for name, content in (("settings.json", settings), ("scenario.json", scenario)):
