@@ -36,6 +36,8 @@ extern "C" ssize_t send(int socket, const void *data, size_t size, int flags) {
 namespace fleet {
 namespace {
 
+constexpr std::string_view kPing = "PING\r\n";
+
 // As much of a node as a connection needs: it answers pings, and sends its own.
 class Node {
   public:
@@ -75,10 +77,15 @@ class Node {
                 "{\"server_id\":\"a\",\"version\":\"2.9.10\",\"proto\":1,\"max_payload\":65536}"
                 "\r\n");
             char data[512];
-            for (ssize_t n = 0; (n = read(peer_, data, sizeof data)) > 0;)
-                if (!silent && std::string_view(data, static_cast<std::size_t>(n)).find("PING") !=
-                                   std::string_view::npos)
-                    say("PONG\r\nPING\r\n");
+            std::string heard; // two pings may come at once, and each is waited for
+            for (ssize_t n = 0; (n = read(peer_, data, sizeof data)) > 0;) {
+                heard.append(data, static_cast<std::size_t>(n));
+                for (std::size_t at = 0; (at = heard.find(kPing)) != std::string::npos;) {
+                    heard.erase(0, at + kPing.size());
+                    if (!silent)
+                        say("PONG\r\nPING\r\n");
+                }
+            }
             close(peer_);
         }
     }
@@ -117,7 +124,10 @@ TEST(SocketThread, AloneReadsAndWritesAndComesBackWhenItHungUp) {
     node.drop();
     EXPECT_TRUE(works());
     node.silent = true;
-    EXPECT_EQ(natsConnection_FlushTimeout(connection, 50), NATS_TIMEOUT);
+    int late = 0; // answers to what was asked while the connection was lost
+    while (natsConnection_FlushTimeout(connection, 50) == NATS_OK && late < 10)
+        ++late;
+    EXPECT_LT(late, 10);
     thread.hangUp();
     EXPECT_TRUE(works());
     EXPECT_EQ(node.connections, 3);
