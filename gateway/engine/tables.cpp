@@ -54,8 +54,8 @@ devid_user_entry *Tables::findUser(const Mac &mac) {
 }
 
 // Numbers are handed out in turn, and there are more of them than users, so that one is not reused
-// right after its device has left: a caller reads users and rows with two requests and must not join
-// them wrongly.
+// right after its device has left: a caller reads users and rows with two requests and must not
+// join them wrongly.
 std::size_t Tables::freeUid() const {
     std::bitset<kMaxUid + 1> taken;
     for (const auto &user : users_)
@@ -67,13 +67,12 @@ std::size_t Tables::freeUid() const {
     return uid;
 }
 
-// Everything that has spoken for the device since it was first refused.
-unsigned Tables::refuseUser(const Mac &mac, const Moment &now, unsigned evidence) {
+// The evidence is everything that has spoken for the device since it was first refused.
+void Tables::refuseUser(const Mac &mac, const Moment &now, unsigned evidence) {
     bool newcomer = false;
     RefusedDevice &device = refused_.see(mac, now.milliseconds, newcomer);
     overflow_.users += newcomer ? 1 : 0;
-    device.evidence |= static_cast<std::uint8_t>(evidence);
-    return device.evidence;
+    device.evidence = static_cast<std::uint8_t>(evidence);
 }
 
 void Tables::hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now) {
@@ -134,9 +133,12 @@ devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now, unsigned ev
         return known;
     }
     if (full()) {
-        evidence = refuseUser(mac, now, evidence);
-        if (!earned(evidence) || !dropUnproven(now))
+        if (const RefusedDevice *before = refused_.find(mac))
+            evidence |= before->evidence;
+        if (!earned(evidence) || !dropUnproven(now)) {
+            refuseUser(mac, now, evidence);
             return nullptr;
+        }
     }
     return addUser(mac, now, evidence);
 }

@@ -101,5 +101,15 @@ TEST(Tables, NumbersAreUniqueAndNotReusedAtOnce) {
     }
 }
 
+TEST(Tables, ADeviceThatGetsItsPlaceAtOnceWasNotRefused) {
+    Tables tables;
+    for (std::uint32_t i = 0; i < kMaxUsers; ++i)
+        tables.seeUser(mac(i), at(10), i == 0 ? kNoEvidence : kHasEarned);
+    EXPECT_NE(tables.seeUser(mac(100), at(20), kHasEarned), nullptr);
+    EXPECT_FALSE(tables.overflow().any());
+    EXPECT_EQ(tables.seeUser(mac(101), at(20), kHasEarned), nullptr);
+    EXPECT_EQ(tables.overflow().users, 1U);
+}
+
 } // namespace
 } // namespace idpfwd
