@@ -90,9 +90,8 @@ class LiveSource final : public PacketSource {
         }
         if (!alone() && !Ring::share(shared, error))
             return false;
-        const auto gateway = options_.gatewayMac ? options_.gatewayMac : ownAddress(options_.name);
         for (std::size_t i = 0; i < readers_.size(); i++)
-            readers_[i]->start(std::move(rings[i]), gateway);
+            readers_[i]->start(std::move(rings[i]), options_.name, options_.gatewayMac);
         return true;
     }
 

@@ -106,6 +106,17 @@ bool enterNetwork() {
     return unshare(geteuid() == 0 ? CLONE_NEWNET : CLONE_NEWNET | CLONE_NEWUSER) == 0;
 }
 
+bool setAddress(const char *name, const Mac &mac) {
+    const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    strncpy(request.ifr_name, name, IFNAMSIZ - 1);
+    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    std::copy(mac.begin(), mac.end(), request.ifr_hwaddr.sa_data);
+    const bool set = ioctl(control, SIOCSIFHWADDR, &request) == 0;
+    close(control);
+    return set;
+}
+
 // The router's tap interface: what is written to its descriptor arrives.
 int openTap(const char *name) {
     const int tap = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
@@ -114,9 +125,7 @@ int openTap(const char *name) {
     strncpy(request.ifr_name, name, IFNAMSIZ - 1);
     request.ifr_flags = IFF_TAP | IFF_NO_PI;
     bool made = tap >= 0 && ioctl(tap, TUNSETIFF, &request) == 0;
-    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    std::copy(kRouter.begin(), kRouter.end(), request.ifr_hwaddr.sa_data);
-    made = made && ioctl(control, SIOCSIFHWADDR, &request) == 0;
+    made = made && setAddress(name, kRouter);
     request.ifr_flags = IFF_UP;
     made = made && ioctl(control, SIOCSIFFLAGS, &request) == 0;
     close(control);
@@ -149,10 +158,10 @@ class InterfaceTest : public PacketSourceTest, public testing::WithParamInterfac
     void TearDown() override { close(tap_); }
 
     // A look-up of 75 bytes to that server.
-    void lookUp(std::uint8_t server) const {
+    void lookUp(std::uint8_t server, const Mac &router = kRouter) const {
         const Bytes packet =
             ipv4({192, 168, 1, 10}, {203, 0, 113, server}, 17, udp(50000, 53, dnsQuery()));
-        const Bytes frame = ethernet(kPc, kRouter, 0x0800, packet);
+        const Bytes frame = ethernet(kPc, router, 0x0800, packet);
         EXPECT_EQ(write(tap_, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
     }
 
@@ -190,6 +199,16 @@ TEST_P(InterfaceTest, IsTakenUpAgainWhenItComesBackAndEverythingCountsOnce) {
     EXPECT_THAT(GetCapturedStderr(), HasSubstr("packets are read again"));
     source_->stop();
     EXPECT_TRUE(source_->finished());
+}
+
+// As a bridge's does when it gets another port; who has not noticed sends to the one before.
+TEST_P(InterfaceTest, IsNoClientByAnyAddressThatItHasHad) {
+    constexpr Mac kBridged = {2, 0, 0x5e, 0, 0, 2};
+    ASSERT_TRUE(setAddress("lan-test", kBridged));
+    source_->work();
+    lookUp(1, kBridged);
+    lookUp(1, kRouter);
+    EXPECT_TRUE(counts(150)) << dumpTables(*source_);
 }
 
 INSTANTIATE_TEST_SUITE_P(Readers, InterfaceTest, testing::Values(1U, 2U));
