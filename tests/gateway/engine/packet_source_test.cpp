@@ -17,7 +17,22 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+namespace {
+
+long secondsAhead = 0;
+
+} // namespace
+
+// The clock of this executable, which is not the kernel's, can be set ahead.
+extern "C" int gettimeofday(timeval *now, void *) noexcept {
+    timespec present{};
+    clock_gettime(CLOCK_REALTIME, &present);
+    *now = {.tv_sec = present.tv_sec + secondsAhead, .tv_usec = present.tv_nsec / 1000};
+    return 0;
+}
 
 namespace idpfwd {
 namespace {
@@ -213,6 +228,18 @@ TEST_P(InterfaceTest, IsNoClientByAnyAddressThatItHasHad) {
     lookUp(1, kBridged);
     lookUp(1, kRouter);
     EXPECT_TRUE(counts(150)) << dumpTables(*source_);
+}
+
+TEST_P(InterfaceTest, IsReadOnWhenTheClockIsSetBack) {
+    source_.reset();
+    secondsAhead = 3600;
+    source_ = openInterface(options_, error_);
+    secondsAhead = 0;
+    EXPECT_TRUE(workUntil(*source_, [&] {
+        lookUp(7);
+        const auto locked = source_->lockTables();
+        return !source_->tables.rows().empty();
+    }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Readers, InterfaceTest, testing::Values(1U, 2U));
