@@ -137,7 +137,6 @@ static int receive_all(int link, void *bytes, size_t size, int64_t deadline) {
 
 static int connect_engine(int link, int64_t deadline) {
     struct sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
-    const struct timeval limit = {.tv_sec = TIMEOUT_MS / 1000, .tv_usec = 0};
     const char *path = getenv(IDPFWD_SOCKET_VARIABLE);
     if (path == NULL || *path == '\0')
         path = IDPFWD_SOCKET_PATH;
@@ -145,15 +144,20 @@ static int connect_engine(int link, int64_t deadline) {
     if (length >= sizeof address.sun_path)
         return ENODEV;
     memcpy(address.sun_path, path, length + 1);
-    /* Bounds the wait for a place in the engine's queue. */
-    setsockopt(link, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    while (connect(link, (const struct sockaddr *)&address, sizeof address) != 0) {
-        if (errno == EAGAIN || (errno == EINTR && now_ms() >= deadline))
+    for (;;) {
+        const int64_t left = deadline - now_ms();
+        const struct timeval limit = {.tv_sec = left / 1000, .tv_usec = left % 1000 * 1000};
+        if (left <= 0)
+            return ETIMEDOUT;
+        /* Bounds the wait for a place in the engine's queue. */
+        setsockopt(link, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        if (connect(link, (const struct sockaddr *)&address, sizeof address) == 0)
+            return 0;
+        if (errno == EAGAIN)
             return ETIMEDOUT;
         if (errno != EINTR)
             return ENODEV;
     }
-    return 0;
 }
 
 /* The first send proves that the header can be read; its fields are looked at only then. */

@@ -7,13 +7,32 @@
 #include "own_dev.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/un.h>
+
+namespace {
+
+volatile std::sig_atomic_t millisecondsAhead = 0;
+
+} // namespace
+
+// The clocks of this executable can be set ahead.
+extern "C" int clock_gettime(clockid_t clock, timespec *now) {
+    const auto result = syscall(SYS_clock_gettime, clock, now);
+    const long nanoseconds = now->tv_nsec + millisecondsAhead % 1000 * 1'000'000;
+    now->tv_sec += millisecondsAhead / 1000 + nanoseconds / 1'000'000'000;
+    now->tv_nsec = nanoseconds % 1'000'000'000;
+    return static_cast<int>(result);
+}
 
 namespace idpfwd {
 namespace {
@@ -102,6 +121,26 @@ TEST_F(SocketDeviceTest, AnEngineThatIsGoneOrMadIsAnErrorNotAHang) {
     }
     close(listener);
     EXPECT_EQ(call(&asked), ENODEV) << "a socket without an engine";
+}
+
+TEST_F(SocketDeviceTest, ASignalDoesNotMakeTheWaitForAPlaceLonger) {
+    std::ofstream(IDPFW_DEVICE).put('x');
+    setenv(IDPFWD_SOCKET_VARIABLE, kSocket.c_str(), 1);
+    const int listener = withAddress(bind);
+    ASSERT_EQ(listen(listener, 0), 0);
+    const int waiting = withAddress(connect); // all that there is room for
+    struct sigaction late {};
+    late.sa_handler = [](int) { millisecondsAhead = 4900; };
+    sigaction(SIGALRM, &late, nullptr);
+    const itimerval soon{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 50'000}};
+    const auto began = std::chrono::steady_clock::now();
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    forward_ioctl asked{};
+    EXPECT_EQ(call(&asked), ETIMEDOUT);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(7)) << "not nine";
+    millisecondsAhead = 0;
+    close(waiting);
+    close(listener);
 }
 
 TEST_F(SocketDeviceTest, WithoutDescriptorsItPausesForASecond) {
