@@ -143,6 +143,26 @@ TEST_F(SocketDeviceTest, ASignalDoesNotMakeTheWaitForAPlaceLonger) {
     close(listener);
 }
 
+TEST_F(SocketDeviceTest, CallersThatHangUpAreDroppedAtOnce) {
+    device_ = openTestedDevice(error_);
+    ASSERT_NE(device_, nullptr) << error_;
+    std::vector<std::uint8_t> input(kMaxInput);
+    const forward_ioctl asked = request(input);
+    const wire_request head{WIRE_MARK, IDPFW_REQUEST(IDPFW_NR_VP), sizeof asked};
+    for (const bool whole : {false, true}) { // before the end of the request, of the reply
+        const int caller = withAddress(connect);
+        send(caller, &head, sizeof head, 0);
+        send(caller, &asked, sizeof asked, 0);
+        for (std::size_t left = whole ? input.size() : 0; left > 0; turn())
+            left -= std::max<ssize_t>(send(caller, input.data(), left, MSG_DONTWAIT), 0);
+        turn();
+        EXPECT_NE(device_->timeout(), -1) << "it is waited for";
+        close(caller);
+        turn();
+        EXPECT_EQ(device_->timeout(), -1);
+    }
+}
+
 TEST_F(SocketDeviceTest, WithoutDescriptorsItPausesForASecond) {
     device_ = openTestedDevice(error_);
     ASSERT_NE(device_, nullptr) << error_;

@@ -286,6 +286,17 @@ TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHe
     EXPECT_EQ(allBytes(tables_), passed);
 }
 
+TEST_F(PacketAccountingTest, SettledFlowsMakeRoomForThoseThatAreHeld) {
+    accounting_ = accounting(1 << 17);
+    for (std::uint16_t number = 0; number < 2000; number++)
+        pass(up(17, udp(number, 53, dnsQuery())));
+    pass(up(17, udp(50000, 50001, kNoise)));
+    EXPECT_EQ(usage(), "DNS 150000/0");
+    accounting_ = accounting(1); // not even for what it takes without a flow
+    pass(up(17, udp(50000, 50001, kNoise)));
+    EXPECT_EQ(accounting_->flows().size(), 0u);
+}
+
 TEST_F(PacketAccountingTest, SettledFlowsAreReleasedWhenTheyHaveBeenIdleForLong) {
     pass(kLookUp);
     pass(up(6, tcp(50000, 22, kPush | kAck, text("SSH-2.0-client\r\n"))));

@@ -11,18 +11,22 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <linux/if_packet.h>
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
 long secondsAhead = 0;
+int refusedOption = 0; // of packet sockets
 
 } // namespace
 
@@ -32,6 +36,15 @@ extern "C" int gettimeofday(timeval *now, void *) noexcept {
     clock_gettime(CLOCK_REALTIME, &present);
     *now = {.tv_sec = present.tv_sec + secondsAhead, .tv_usec = present.tv_nsec / 1000};
     return 0;
+}
+
+extern "C" int setsockopt(int socket, int level, int option, const void *value,
+                          socklen_t size) noexcept {
+    if (level == SOL_PACKET && option == refusedOption) {
+        errno = ENOPROTOOPT;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_setsockopt, socket, level, option, value, size));
 }
 
 namespace idpfwd {
@@ -168,6 +181,7 @@ class InterfaceTest : public PacketSourceTest, public testing::WithParamInterfac
             GTEST_SKIP() << "no tap interface in a namespace of its own: " << strerror(errno);
         source_ = openInterface(options_, error_);
         ASSERT_TRUE(source_) << error_;
+        EXPECT_EQ(source_->descriptor() != -1, GetParam() == 1) << "several have threads";
     }
 
     void TearDown() override { close(tap_); }
@@ -228,6 +242,16 @@ TEST_P(InterfaceTest, IsNoClientByAnyAddressThatItHasHad) {
     lookUp(1, kBridged);
     lookUp(1, kRouter);
     EXPECT_TRUE(counts(150)) << dumpTables(*source_);
+}
+
+TEST_P(InterfaceTest, CannotBeSharedWhereTheKernelRefuses) {
+    for (const auto &[option, says] : {std::pair{PACKET_FANOUT, "cannot share"},
+                                       {PACKET_FANOUT_DATA, "cannot choose a reader"}}) {
+        refusedOption = option;
+        EXPECT_EQ(openInterface(options_, error_) == nullptr, GetParam() > 1);
+        EXPECT_THAT(error_, HasSubstr(GetParam() > 1 ? says : ""));
+    }
+    refusedOption = 0;
 }
 
 TEST_P(InterfaceTest, IsReadOnWhenTheClockIsSetBack) {

@@ -86,6 +86,28 @@ TEST(Tables, WhatDoesNotFitCountsOnceWithAllItsTraffic) {
     EXPECT_EQ(tables.overflow().bytes, 4400U);
 }
 
+TEST(Tables, RefusedPairsAreRememberedUpToALimitAndForgottenWithTheirDevice) {
+    constexpr std::uint64_t kMost = 16384;
+    Tables tables;
+    for (std::uint32_t i = 0; i < kMaxRows; ++i)
+        tables.addTraffic(mac(i / 600), 1, static_cast<std::uint16_t>(i % 600), kTraffic, at(20));
+    for (std::uint32_t i = 0; i <= kMost; ++i)
+        tables.addTraffic(mac(100), 2, static_cast<std::uint16_t>(i), kTraffic, at(10));
+    EXPECT_EQ(tables.overflow().rows, kMost);
+    tables.forgetUnseen(at(40), 25);
+    EXPECT_EQ(tables.rows().size(), kMaxRows);
+    for (std::uint32_t i = 0; i < kMost; ++i)
+        tables.addTraffic(mac(1), 2, static_cast<std::uint16_t>(i), kTraffic, at(40));
+    EXPECT_EQ(tables.overflow().rows, 2 * kMost);
+
+    tables.seeUser(mac(1), at(40));
+    tables.forgetUnseen(at(60), 25);
+    for (std::uint32_t i = 0; i < kMaxRows - 600; ++i) // those that were refused, and others
+        tables.addTraffic(mac(1), 2, static_cast<std::uint16_t>(i), kTraffic, at(60));
+    tables.addTraffic(mac(1), 3, 1, kTraffic, at(60));
+    EXPECT_EQ(tables.overflow().rows, 2 * kMost + 1);
+}
+
 TEST(Tables, NumbersAreUniqueAndNotReusedAtOnce) {
     Tables tables;
     std::set<int> uids;
