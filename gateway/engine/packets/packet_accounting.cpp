@@ -43,10 +43,11 @@ bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
     });
 }
 
-// A lease may be announced to everybody: then its message names the device.
+// A lease may be announced to everybody: then its message names the device. One that is sent to a
+// single device may be some server's on the Internet, which the router only passes on.
 void PacketAccounting::noteLease(const Packet &packet) {
     if (packet.protocol != kProtocolUdp || packet.sourcePort != kDhcpServerPort ||
-        (knowsGateway() && !isGateway(packet.source)))
+        isDevice(packet.destination) || (knowsGateway() && !isGateway(packet.source)))
         return;
     const auto client = readDhcpLease(packet.payload);
     if (client && isClient(*client))

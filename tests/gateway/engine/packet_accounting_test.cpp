@@ -376,6 +376,8 @@ TEST_F(PacketAccountingTest, MadeUpAddressesNeitherTakeAPlaceFromADeviceNorKeepO
     const Bytes offered = ipv4({192, 168, 1, 1}, Bytes(4, 255), 17, udp(67, 68, lease));
     pass(ethernet(forged(1), kGroup, 0x0800, offered));
     EXPECT_EQ(tables_.findUser(kTablet), nullptr) << "not the router's lease";
+    pass(ethernet(kRouter, kPc, 0x0800, ipv4(kServer, kPcAddress, 17, udp(67, 68, lease))));
+    EXPECT_EQ(tables_.findUser(kTablet), nullptr) << "a server's that it only passes on";
     pass(ethernet(kRouter, kGroup, 0x0800, offered));
     EXPECT_NE(tables_.findUser(kTablet), nullptr);
 
