@@ -74,6 +74,20 @@ TEST_F(SocketDeviceTest, OtherIoctlsAndOtherFilesStayWithTheKernel) {
     close(other);
 }
 
+#if defined(__GLIBC__) && __SIZEOF_POINTER__ == 4
+extern "C" int __ioctl_time64(int descriptor, unsigned long number, ...);
+
+TEST_F(SocketDeviceTest, CallersWith64BitTimesAreServedToo) {
+    start();
+    std::vector<std::uint8_t> input(10);
+    forward_ioctl asked = request(input);
+    const int device = open(IDPFW_DEVICE, O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(__ioctl_time64(device, IDPFW_REQUEST(IDPFW_NR_VP), &asked), 0);
+    EXPECT_EQ(used_, 10U);
+    close(device);
+}
+#endif
+
 TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     start();
     EXPECT_EQ(std::filesystem::status(kSocket).permissions(), std::filesystem::perms{0600});
