@@ -2,11 +2,13 @@
 
 #include "engine/device/wire.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
+#include <limits>
 
 namespace idpfwd {
 namespace {
@@ -189,7 +191,9 @@ class Parser {
         if (!number || *number == 0 || *number > most)
             return std::string(option) + " is a number of MiB from 1 to " + std::to_string(most) +
                    ", not '" + value + "'";
-        target = std::size_t{*number} << 20;
+        // 4096 of them are one byte more than 32 bits can say.
+        target = static_cast<std::size_t>(std::min<std::uint64_t>(
+            std::uint64_t{*number} << 20, std::numeric_limits<std::size_t>::max()));
         return "";
     }
 

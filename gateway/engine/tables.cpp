@@ -11,6 +11,9 @@ namespace {
 // with their packets and bytes.
 constexpr std::size_t kMaxRefusedRows = 16384;
 
+constexpr std::size_t kMaxUid = 255;
+static_assert(kMaxUid > kMaxUsers);
+
 std::uint8_t uidOfKey(std::uint32_t key) {
     return static_cast<std::uint8_t>(key >> 24);
 }
@@ -50,30 +53,26 @@ devid_user_entry *Tables::findUser(const Mac &mac) {
     return position ? &users_[*position] : nullptr;
 }
 
-// Numbers are handed out in turn, so that one is not reused right after its device was forgotten:
-// a caller reads users and rows with two requests and must not join them wrongly.
+// Numbers are handed out in turn, and there are more of them than users, so that one is not reused
+// right after its device has left: a caller reads users and rows with two requests and must not
+// join them wrongly.
 std::size_t Tables::freeUid() const {
-    std::array<bool, kMaxUsers + 1> taken{};
-    for (const auto &user : users_) {
-        if (user.uid <= kMaxUsers)
-            taken[user.uid] = true;
-    }
+    std::bitset<kMaxUid + 1> taken;
+    for (const auto &user : users_)
+        taken.set(user.uid);
     std::size_t uid = lastUid_;
-    for (std::size_t tried = 0; tried < kMaxUsers; ++tried) {
-        uid = uid % kMaxUsers + 1;
-        if (!taken[uid])
-            break;
-    }
+    do
+        uid = uid % kMaxUid + 1;
+    while (taken[uid]);
     return uid;
 }
 
-// Everything that has spoken for the device since it was first refused.
-unsigned Tables::refuseUser(const Mac &mac, const Moment &now, unsigned evidence) {
+// The evidence is everything that has spoken for the device since it was first refused.
+void Tables::refuseUser(const Mac &mac, const Moment &now, unsigned evidence) {
     bool newcomer = false;
     RefusedDevice &device = refused_.see(mac, now.milliseconds, newcomer);
     overflow_.users += newcomer ? 1 : 0;
-    device.evidence |= static_cast<std::uint8_t>(evidence);
-    return device.evidence;
+    device.evidence = static_cast<std::uint8_t>(evidence);
 }
 
 void Tables::hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now) {
@@ -134,9 +133,12 @@ devid_user_entry *Tables::seeUser(const Mac &mac, const Moment &now, unsigned ev
         return known;
     }
     if (full()) {
-        evidence = refuseUser(mac, now, evidence);
-        if (!earned(evidence) || !dropUnproven(now))
+        if (const RefusedDevice *before = refused_.find(mac))
+            evidence |= before->evidence;
+        if (!earned(evidence) || !dropUnproven(now)) {
+            refuseUser(mac, now, evidence);
             return nullptr;
+        }
     }
     return addUser(mac, now, evidence);
 }

@@ -149,7 +149,7 @@ class Tables {
 
     [[nodiscard]] std::size_t freeUid() const;
     devid_user_entry *addUser(const Mac &mac, const Moment &now, unsigned evidence);
-    unsigned refuseUser(const Mac &mac, const Moment &now, unsigned evidence);
+    void refuseUser(const Mac &mac, const Moment &now, unsigned evidence);
     bool dropUnproven(const Moment &now);
     void refuseTraffic(const Mac &mac, const Traffic &traffic);
     void hideReturned(const devid_user_entry &user, const Mac &mac, const Moment &now);

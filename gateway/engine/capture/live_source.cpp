@@ -90,9 +90,8 @@ class LiveSource final : public PacketSource {
         }
         if (!alone() && !Ring::share(shared, error))
             return false;
-        const auto gateway = options_.gatewayMac ? options_.gatewayMac : ownAddress(options_.name);
         for (std::size_t i = 0; i < readers_.size(); i++)
-            readers_[i]->start(std::move(rings[i]), gateway);
+            readers_[i]->start(std::move(rings[i]), options_.name, options_.gatewayMac);
         return true;
     }
 
@@ -121,11 +120,19 @@ class LiveSource final : public PacketSource {
         threads_.clear();
     }
 
+    // As one of the readers has found it; the others may have ended before they did.
+    [[nodiscard]] std::string whyGone() const {
+        std::string reason;
+        for (const auto &reader : readers_)
+            reason = reason.empty() ? reader->ring()->failure() : reason;
+        return reason;
+    }
+
     void interfaceIsGone() {
         stopThreads();
         earlierDrops_ = captureDrops().value_or(0);
         fprintf(stderr, "idpfwd: %s: %s; waiting for it to come back\n", options_.name.c_str(),
-                readers_[0]->ring()->failure().c_str());
+                whyGone().c_str());
         for (const auto &reader : readers_)
             reader->closeRing();
         gone_ = false;

@@ -16,9 +16,21 @@ std::unique_ptr<Reader> Reader::create(Tables &tables, std::size_t budget, std::
     return std::unique_ptr<Reader>(new Reader(tables, std::move(classifier), budget, lock));
 }
 
-void Reader::start(std::unique_ptr<Ring> ring, const std::optional<Mac> &gateway) {
+void Reader::start(std::unique_ptr<Ring> ring, const std::string &interface,
+                   const std::optional<Mac> &gateway) {
     ring_ = std::move(ring);
-    accounting_.setGateway(gateway);
+    followed_ = gateway ? "" : interface;
+    looked_ = 0;
+    accounting_.setGateway(gateway ? gateway : ownAddress(interface));
+}
+
+// A bridge may have another address whenever it gets or loses a port.
+void Reader::followAddress() {
+    constexpr std::uint64_t kLook = 1000;
+    if (followed_.empty() || (looked_ != 0 && now_.milliseconds - looked_ < kLook))
+        return;
+    looked_ = now_.milliseconds;
+    accounting_.setGateway(ownAddress(followed_));
 }
 
 bool Reader::work() {
@@ -29,6 +41,7 @@ bool Reader::work() {
                                 reader->now_);
     };
     now_ = presentMoment();
+    followAddress();
     int taken = kBatch;
     for (int batch = 0; batch < kBatches && taken == kBatch; batch++)
         taken = ring_->read(kBatch, receive, this);

@@ -16,8 +16,10 @@ class Reader {
     // The lock guards the tables when there are several readers. Null where nDPI cannot be used.
     static std::unique_ptr<Reader> create(Tables &tables, std::size_t budget, std::mutex *lock);
 
-    // From now on packets come from this ring, and this is the router's own address.
-    void start(std::unique_ptr<Ring> ring, const std::optional<Mac> &gateway);
+    // From now on packets come from this ring. Without the router's own address it is the one that
+    // the interface has at the time.
+    void start(std::unique_ptr<Ring> ring, const std::string &interface,
+               const std::optional<Mac> &gateway);
 
     // Null before the first start, and after an interface has gone.
     [[nodiscard]] Ring *ring() const { return ring_.get(); }
@@ -40,10 +42,13 @@ class Reader {
            std::mutex *lock)
         : classifier_(std::move(classifier)),
           accounting_(tables, *classifier_, std::nullopt, budget, lock) {}
+    void followAddress();
 
     std::unique_ptr<Classifier> classifier_;
     PacketAccounting accounting_;
     std::unique_ptr<Ring> ring_;
+    std::string followed_; // the interface whose address is the router's; empty for none
+    std::uint64_t looked_ = 0;
     Moment now_;
 };
 

@@ -145,8 +145,10 @@ bool Ring::share(const std::vector<Ring *> &rings, std::string &error) {
     }
     timeval now{};
     gettimeofday(&now, nullptr);
-    for (Ring *ring : rings)
+    for (Ring *ring : rings) {
         ring->sharedSince_ = now;
+        ring->shared_ = steadyMilliseconds();
+    }
     return true;
 }
 
@@ -163,7 +165,14 @@ int Ring::read(int most, pcap_handler handler, void *user) {
     };
     if (sharedSince_.tv_sec == 0)
         return pcap_dispatch(pcap_.get(), most, handler, static_cast<u_char *>(user));
-    return pcap_dispatch(pcap_.get(), most, filter, reinterpret_cast<u_char *>(&context));
+    // Whatever came before is in a closed block by then. Once it has been read the packets' times
+    // are asked no more: the clock may be set back.
+    const bool settled = steadyMilliseconds() - shared_ > 5 * kBlockTime;
+    const int taken =
+        pcap_dispatch(pcap_.get(), most, filter, reinterpret_cast<u_char *>(&context));
+    if (settled && taken < most)
+        sharedSince_ = {};
+    return taken;
 }
 
 std::uint64_t Ring::drops() {

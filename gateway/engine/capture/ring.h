@@ -40,7 +40,9 @@ class Ring {
 
     Pcap pcap_;
     std::uint64_t drops_ = 0;
-    timeval sharedSince_{}; // packets before then may have reached other rings too
+    timeval sharedSince_{}; // packets before then may have reached other rings too; 0 when all of
+                            // them have been read
+    std::uint64_t shared_ = 0; // the same by the clock that is never set
 };
 
 // The hardware address of an interface; nothing when it has none.

@@ -44,17 +44,23 @@ typedef int request_number;
 
 int ioctl(int descriptor, request_number number, ...);
 
-static int kernel_ioctl(int descriptor, request_number number, void *argument) {
-    static void *found;
+/* One of the names that the library has for it, and where it is once that is known. */
+struct library_ioctl {
+    const char *name;
+    void *found;
+};
+
+static int kernel_ioctl(struct library_ioctl *library, int descriptor, request_number number,
+                        void *argument) {
     int (*real)(int, request_number, ...);
-    void *symbol = __atomic_load_n(&found, __ATOMIC_RELAXED);
+    void *symbol = __atomic_load_n(&library->found, __ATOMIC_RELAXED);
     if (symbol == NULL) {
-        symbol = dlsym(RTLD_NEXT, "ioctl");
+        symbol = dlsym(RTLD_NEXT, library->name);
         if (symbol == NULL) {
             errno = ENOSYS;
             return -1;
         }
-        __atomic_store_n(&found, symbol, __ATOMIC_RELAXED);
+        __atomic_store_n(&library->found, symbol, __ATOMIC_RELAXED);
     }
     memcpy(&real, &symbol, sizeof real);
     return real(descriptor, number, argument);
@@ -137,7 +143,6 @@ static int receive_all(int link, void *bytes, size_t size, int64_t deadline) {
 
 static int connect_engine(int link, int64_t deadline) {
     struct sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
-    const struct timeval limit = {.tv_sec = TIMEOUT_MS / 1000, .tv_usec = 0};
     const char *path = getenv(IDPFWD_SOCKET_VARIABLE);
     if (path == NULL || *path == '\0')
         path = IDPFWD_SOCKET_PATH;
@@ -145,15 +150,20 @@ static int connect_engine(int link, int64_t deadline) {
     if (length >= sizeof address.sun_path)
         return ENODEV;
     memcpy(address.sun_path, path, length + 1);
-    /* Bounds the wait for a place in the engine's queue. */
-    setsockopt(link, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    while (connect(link, (const struct sockaddr *)&address, sizeof address) != 0) {
-        if (errno == EAGAIN || (errno == EINTR && now_ms() >= deadline))
+    for (;;) {
+        const int64_t left = deadline - now_ms();
+        const struct timeval limit = {.tv_sec = left / 1000, .tv_usec = left % 1000 * 1000};
+        if (left <= 0)
+            return ETIMEDOUT;
+        /* Bounds the wait for a place in the engine's queue. */
+        setsockopt(link, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        if (connect(link, (const struct sockaddr *)&address, sizeof address) == 0)
+            return 0;
+        if (errno == EAGAIN)
             return ETIMEDOUT;
         if (errno != EINTR)
             return ENODEV;
     }
-    return 0;
 }
 
 /* The first send proves that the header can be read; its fields are looked at only then. */
@@ -204,17 +214,38 @@ static int forward(uint32_t number, const void *argument) {
     return error;
 }
 
-__attribute__((visibility("default"))) int ioctl(int descriptor, request_number number, ...) {
-    va_list rest;
-    va_start(rest, number);
-    void *argument = va_arg(rest, void *);
-    va_end(rest);
+static int carry_out(struct library_ioctl *library, int descriptor, request_number number,
+                     void *argument) {
     const int before = errno;
     if (!is_engine_request(descriptor, (uint32_t)number)) {
         errno = before;
-        return kernel_ioctl(descriptor, number, argument);
+        return kernel_ioctl(library, descriptor, number, argument);
     }
     const int error = forward((uint32_t)number, argument);
     errno = error != 0 ? error : before;
     return error != 0 ? -1 : 0;
 }
+
+__attribute__((visibility("default"))) int ioctl(int descriptor, request_number number, ...) {
+    static struct library_ioctl library = {"ioctl", NULL};
+    va_list rest;
+    va_start(rest, number);
+    void *argument = va_arg(rest, void *);
+    va_end(rest);
+    return carry_out(&library, descriptor, number, argument);
+}
+
+#if defined(__GLIBC__) && __SIZEOF_POINTER__ == 4
+/* What a program with 64-bit times calls in its place. */
+int __ioctl_time64(int descriptor, request_number number, ...);
+
+__attribute__((visibility("default"))) int __ioctl_time64(int descriptor, request_number number,
+                                                          ...) {
+    static struct library_ioctl library = {"__ioctl_time64", NULL};
+    va_list rest;
+    va_start(rest, number);
+    void *argument = va_arg(rest, void *);
+    va_end(rest);
+    return carry_out(&library, descriptor, number, argument);
+}
+#endif

@@ -3,6 +3,7 @@
 #include "engine/mac_index.h"
 
 #include <bit>
+#include <random>
 #include <utility>
 
 namespace idpfwd {
@@ -14,18 +15,27 @@ FlowKey::End endOf(const Packet::Address &address, std::uint16_t port) {
 
 } // namespace
 
-std::uint64_t hashOf(const FlowKey &key) {
-    std::uint64_t hash =
-        std::uint64_t{key.vlan} << 16 ^ std::uint64_t{key.version} << 8 ^ key.protocol;
-    const auto mix = [&hash](std::uint64_t value) {
-        hash = (hash ^ value) * 0x9e3779b97f4a7c15u;
-        hash ^= hash >> 29;
-    };
+FlowHash::FlowHash() {
+    std::random_device random;
+    for (std::uint64_t &number : secret_)
+        number = std::uint64_t{random()} << 32 | random();
+}
+
+// A sum of products with numbers that nobody knows: whoever has chosen two keys, they hardly ever
+// have the same. Spread, because keys in a row have sums in a row.
+std::uint64_t FlowHash::operator()(const FlowKey &key) const {
+    std::uint64_t sum = secret_[kWords];
+    std::size_t next = 0;
+    const auto mix = [&](std::uint32_t word) { sum += secret_[next++] * word; };
+    mix(key.vlan);
+    mix(std::uint32_t{key.version} << 8 | key.protocol);
+    mix(std::uint32_t{key.ends[0].port} << 16 | key.ends[1].port);
     for (const FlowKey::End &end : key.ends)
-        for (const std::uint64_t half : end.address)
-            mix(half);
-    mix(std::uint64_t{key.ends[0].port} << 16 | key.ends[1].port);
-    return spread(hash);
+        for (const std::uint64_t half : end.address) {
+            mix(static_cast<std::uint32_t>(half));
+            mix(static_cast<std::uint32_t>(half >> 32));
+        }
+    return spread(sum);
 }
 
 FlowKey keyOf(const Packet &packet) {

@@ -32,8 +32,17 @@ struct FlowKey {
     friend auto operator<=>(const FlowKey &, const FlowKey &) = default;
 };
 
-// A number that any of its bits can choose a bucket with.
-std::uint64_t hashOf(const FlowKey &key);
+// Gives a key a number that any of its bits can choose a bucket with. Each has a secret of its own:
+// who does not know it can make up no keys that share a bucket more often than by chance.
+class FlowHash {
+  public:
+    FlowHash();
+    std::uint64_t operator()(const FlowKey &key) const;
+
+  private:
+    static constexpr std::size_t kWords = 11; // of 32 bits
+    std::array<std::uint64_t, kWords + 1> secret_;
+};
 
 // The key that the packet's own headers give: that of a later fragment has no ports.
 FlowKey keyOf(const Packet &packet);

@@ -38,7 +38,7 @@ std::size_t FlowTable::memory() const {
 }
 
 FlowTable::Flow *FlowTable::find(const FlowKey &key) const {
-    Flow *flow = buckets_[hashOf(key) & (buckets_.size() - 1)];
+    Flow *flow = buckets_[hash_(key) & (buckets_.size() - 1)];
     while (flow != nullptr && flow->key != key)
         flow = flow->next;
     return flow;
@@ -54,7 +54,7 @@ FlowTable::Flow &FlowTable::findOrAdd(const FlowKey &key, const Packet &packet, 
     Flow &flow = held.emplace_back();
     flow.self = std::prev(held.end());
     flow.key = key;
-    Flow *&bucket = buckets_[hashOf(key) & (buckets_.size() - 1)];
+    Flow *&bucket = buckets_[hash_(key) & (buckets_.size() - 1)];
     flow.next = std::exchange(bucket, &flow);
     flow.held = std::make_unique<Held>();
     flow.held->first = now;
@@ -136,7 +136,7 @@ void FlowTable::giveUp(Flow &flow) {
 void FlowTable::release(Flow &flow) {
     if (flow.held)
         giveUp(flow);
-    Flow **link = &buckets_[hashOf(flow.key) & (buckets_.size() - 1)];
+    Flow **link = &buckets_[hash_(flow.key) & (buckets_.size() - 1)];
     while (*link != &flow)
         link = &(*link)->next;
     *link = flow.next;

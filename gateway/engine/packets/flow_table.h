@@ -103,6 +103,7 @@ class FlowTable {
     Counter &counter_;
     std::size_t budget_;
     FragmentPorts fragments_;
+    FlowHash hash_;
     // Held flows are in the order in which they came. Of the others the one that has been idle
     // longest is at the front, give or take the time that a flow was held or watched.
     std::array<Flows, kAges> ages_;

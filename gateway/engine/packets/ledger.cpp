@@ -60,7 +60,7 @@ void Ledger::lookUp(Known &known, const Mac &mac, unsigned evidence, const Packe
     const auto locked = lockTables();
     const std::uint64_t number = macNumber(mac);
     if (known.mac != number) {
-        if (known.touched)
+        if (known.touched && known.mac != 0)
             tables_.seeUser(macOf(known.mac), now_);
         known = {.touched = known.touched};
     }

@@ -19,6 +19,13 @@ PacketAccounting::PacketAccounting(Tables &tables, Classifier &classifier,
     setGateway(gateway);
 }
 
+void PacketAccounting::setGateway(const std::optional<Mac> &gateway) {
+    if (!gateway || isGateway(*gateway))
+        return;
+    std::shift_right(gateways_.begin(), gateways_.end(), 1);
+    gateways_[0] = macNumber(*gateway);
+}
+
 // Whether the packet answers a question for the address that it is sent from. Only the router's
 // questions count where it is known: whoever makes addresses up can ask for them too.
 bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
@@ -26,7 +33,7 @@ bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
     if (!message)
         return false;
     if (!message->isReply) {
-        if (gateway_ == 0 || isGateway(packet.source))
+        if (!knowsGateway() || isGateway(packet.source))
             questions_[nextQuestion_++ % questions_.size()] = {message->target, now_.milliseconds};
         return false;
     }
@@ -36,10 +43,11 @@ bool PacketAccounting::hasAnsweredArp(const Packet &packet) {
     });
 }
 
-// A lease may be announced to everybody: then its message names the device.
+// A lease may be announced to everybody: then its message names the device. One that is sent to a
+// single device may be some server's on the Internet, which the router only passes on.
 void PacketAccounting::noteLease(const Packet &packet) {
     if (packet.protocol != kProtocolUdp || packet.sourcePort != kDhcpServerPort ||
-        (gateway_ != 0 && !isGateway(packet.source)))
+        isDevice(packet.destination) || (knowsGateway() && !isGateway(packet.source)))
         return;
     const auto client = readDhcpLease(packet.payload);
     if (client && isClient(*client))

@@ -8,6 +8,7 @@
 #include "engine/packets/packet.h"
 #include "engine/tables.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <mutex>
@@ -41,13 +42,12 @@ class PacketAccounting {
 
     // Whether a router's address was given that none of these many frames had.
     [[nodiscard]] bool missesGateway(std::uint64_t frames) const {
-        return gateway_ != 0 && !gatewaySeen_ && frames_ >= frames;
+        return knowsGateway() && !gatewaySeen_ && frames_ >= frames;
     }
 
-    // The router's address when it has changed.
-    void setGateway(const std::optional<Mac> &gateway) {
-        gateway_ = gateway ? macNumber(*gateway) : 0;
-    }
+    // The router's address when it may have changed. It keeps those that it had before: who has not
+    // noticed goes on sending there.
+    void setGateway(const std::optional<Mac> &gateway);
 
     [[nodiscard]] const FlowTable &flows() const { return flows_; }
 
@@ -57,8 +57,10 @@ class PacketAccounting {
         std::uint64_t asked = 0; // in a moment's milliseconds
     };
 
+    [[nodiscard]] bool knowsGateway() const { return gateways_[0] != 0; }
     [[nodiscard]] bool isGateway(const Mac &mac) const {
-        return gateway_ != 0 && macNumber(mac) == gateway_;
+        const std::uint64_t number = macNumber(mac);
+        return number != 0 && std::ranges::find(gateways_, number) != gateways_.end();
     }
     [[nodiscard]] bool isClient(const Mac &mac) const { return isDevice(mac) && !isGateway(mac); }
     [[nodiscard]] bool hasAnsweredArp(const Packet &packet);
@@ -66,7 +68,7 @@ class PacketAccounting {
     std::uint64_t seeSender(const Packet &packet, bool answered);
     std::uint64_t seeReceiver(const Packet &packet);
 
-    std::uint64_t gateway_ = 0; // its address's number; 0 when it is not known
+    std::array<std::uint64_t, 4> gateways_{}; // the numbers of its addresses, the present one first
     bool gatewaySeen_ = false;
     std::uint64_t frames_ = 0;
     Moment now_; // what is counted is stamped with

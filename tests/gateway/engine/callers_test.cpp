@@ -63,16 +63,49 @@ TEST(Callers, AreKnownByTheirProcessWhicheverThreadAsks) {
     EXPECT_EQ(answers, "----++");
 }
 
+class Child {
+  public:
+    Child() : process_(fork()) {
+        if (process_ == 0) {
+            pause();
+            _exit(0);
+        }
+    }
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+    ~Child() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    [[nodiscard]] pid_t process() const { return process_; }
+
+  private:
+    pid_t process_;
+};
+
+long ticks() {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return now.tv_sec * 100 + now.tv_nsec / 10'000'000;
+}
+
 TEST(Callers, ThatAreYoungerThanTheEngineAreNotHeldBack) {
     Callers callers;
-    const pid_t child = fork();
-    if (child == 0) {
-        pause();
-        _exit(0);
+    const Child child;
+    EXPECT_EQ(ask(callers, child.process(), "ur"), "++");
+}
+
+TEST(Callers, ThatBeganInTheEnginesOwnTickAreOlder) {
+    bool sameTick = false;
+    for (int times = 0; times < 20 && !sameTick; ++times) {
+        const long before = ticks();
+        while (ticks() == before) {
+        }
+        const Child child;
+        sameTick = ticks() == before + 1;
+        Callers callers;
+        EXPECT_EQ(ask(callers, child.process(), "ur"), "--");
     }
-    EXPECT_EQ(ask(callers, child, "ur"), "++");
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
 }
 
 TEST(Callers, ThatCannotBeSeenAreHeldBackForThreePeriods) {

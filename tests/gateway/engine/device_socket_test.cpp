@@ -7,13 +7,32 @@
 #include "own_dev.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/un.h>
+
+namespace {
+
+volatile std::sig_atomic_t millisecondsAhead = 0;
+
+} // namespace
+
+// The clocks of this executable can be set ahead.
+extern "C" int clock_gettime(clockid_t clock, timespec *now) {
+    const auto result = syscall(SYS_clock_gettime, clock, now);
+    const long nanoseconds = now->tv_nsec + millisecondsAhead % 1000 * 1'000'000;
+    now->tv_sec += millisecondsAhead / 1000 + nanoseconds / 1'000'000'000;
+    now->tv_nsec = nanoseconds % 1'000'000'000;
+    return static_cast<int>(result);
+}
 
 namespace idpfwd {
 namespace {
@@ -54,6 +73,20 @@ TEST_F(SocketDeviceTest, OtherIoctlsAndOtherFilesStayWithTheKernel) {
 #endif
     close(other);
 }
+
+#if defined(__GLIBC__) && __SIZEOF_POINTER__ == 4
+extern "C" int __ioctl_time64(int descriptor, unsigned long number, ...);
+
+TEST_F(SocketDeviceTest, CallersWith64BitTimesAreServedToo) {
+    start();
+    std::vector<std::uint8_t> input(10);
+    forward_ioctl asked = request(input);
+    const int device = open(IDPFW_DEVICE, O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(__ioctl_time64(device, IDPFW_REQUEST(IDPFW_NR_VP), &asked), 0);
+    EXPECT_EQ(used_, 10U);
+    close(device);
+}
+#endif
 
 TEST_F(SocketDeviceTest, GarbageAndIdleCallersDoNotKeepOthersOut) {
     start();
@@ -102,6 +135,46 @@ TEST_F(SocketDeviceTest, AnEngineThatIsGoneOrMadIsAnErrorNotAHang) {
     }
     close(listener);
     EXPECT_EQ(call(&asked), ENODEV) << "a socket without an engine";
+}
+
+TEST_F(SocketDeviceTest, ASignalDoesNotMakeTheWaitForAPlaceLonger) {
+    std::ofstream(IDPFW_DEVICE).put('x');
+    setenv(IDPFWD_SOCKET_VARIABLE, kSocket.c_str(), 1);
+    const int listener = withAddress(bind);
+    ASSERT_EQ(listen(listener, 0), 0);
+    const int waiting = withAddress(connect); // all that there is room for
+    struct sigaction late {};
+    late.sa_handler = [](int) { millisecondsAhead = 4900; };
+    sigaction(SIGALRM, &late, nullptr);
+    const itimerval soon{.it_interval = {}, .it_value = {.tv_sec = 0, .tv_usec = 50'000}};
+    const auto began = std::chrono::steady_clock::now();
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    forward_ioctl asked{};
+    EXPECT_EQ(call(&asked), ETIMEDOUT);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(7)) << "not nine";
+    millisecondsAhead = 0;
+    close(waiting);
+    close(listener);
+}
+
+TEST_F(SocketDeviceTest, CallersThatHangUpAreDroppedAtOnce) {
+    device_ = openTestedDevice(error_);
+    ASSERT_NE(device_, nullptr) << error_;
+    std::vector<std::uint8_t> input(kMaxInput);
+    const forward_ioctl asked = request(input);
+    const wire_request head{WIRE_MARK, IDPFW_REQUEST(IDPFW_NR_VP), sizeof asked};
+    for (const bool whole : {false, true}) { // before the end of the request, of the reply
+        const int caller = withAddress(connect);
+        send(caller, &head, sizeof head, 0);
+        send(caller, &asked, sizeof asked, 0);
+        for (std::size_t left = whole ? input.size() : 0; left > 0; turn())
+            left -= std::max<ssize_t>(send(caller, input.data(), left, MSG_DONTWAIT), 0);
+        turn();
+        EXPECT_NE(device_->timeout(), -1) << "it is waited for";
+        close(caller);
+        turn();
+        EXPECT_EQ(device_->timeout(), -1);
+    }
 }
 
 TEST_F(SocketDeviceTest, WithoutDescriptorsItPausesForASecond) {

@@ -35,7 +35,7 @@ TEST(Options, AreTakenUpToTheirLimits) {
     EXPECT_EQ(all.sourceName + all.socketPath + all.databases + all.dumpFile, "asdj");
     EXPECT_EQ(all.gatewayMac, (Mac{2, 0, 0, 0, 0, 10}));
     EXPECT_EQ(all.forgetSeconds, 1U);
-    EXPECT_EQ(all.memory, std::size_t{4096} << 20);
+    EXPECT_EQ(all.memory, std::min<std::uint64_t>(std::uint64_t{4096} << 20, SIZE_MAX));
     EXPECT_EQ(all.ring, std::size_t{1024} << 20);
     EXPECT_EQ(all.readers, 16U);
     EXPECT_EQ(all.device, DeviceKind::kCuse);

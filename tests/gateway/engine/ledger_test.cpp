@@ -38,5 +38,23 @@ TEST(Ledger, EveryPairOfDeviceAndApplicationKeepsItsOwnSum) {
     }
 }
 
+// A neighbour can choose addresses that share a place in what is known, here and of the refused.
+TEST(Ledger, AFullTableRefusesEachDeviceOnceAndNobodyElse) {
+    Tables tables;
+    Ledger ledger(tables);
+    const Moment now{.seconds = 1, .milliseconds = 1000};
+    std::vector<Mac> sharing;
+    for (std::uint64_t number = 2; sharing.size() < 6; number += 256) // six octets of a device
+        if (spread(number) % 4096 == 0)
+            sharing.push_back(macOf(number));
+    for (int times = 0; times < 2; ++times)
+        ledger.see(sharing[0], kHasEarned, nullptr, now);
+    for (std::uint8_t i = 1; i < kMaxUsers; ++i)
+        tables.seeUser({6, 0, 0, 0, 0, i}, now, kHasEarned);
+    for (std::size_t i = 1; i < sharing.size(); ++i)
+        ledger.see(sharing[i], kHasSent, nullptr, now);
+    EXPECT_EQ(tables.overflow().users, sharing.size() - 1);
+}
+
 } // namespace
 } // namespace idpfwd

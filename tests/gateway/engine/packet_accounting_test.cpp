@@ -286,6 +286,17 @@ TEST_F(PacketAccountingTest, WhatIsRememberedOfFlowsKeepsToItsBudgetTheLongestHe
     EXPECT_EQ(allBytes(tables_), passed);
 }
 
+TEST_F(PacketAccountingTest, SettledFlowsMakeRoomForThoseThatAreHeld) {
+    accounting_ = accounting(1 << 17);
+    for (std::uint16_t number = 0; number < 2000; number++)
+        pass(up(17, udp(number, 53, dnsQuery())));
+    pass(up(17, udp(50000, 50001, kNoise)));
+    EXPECT_EQ(usage(), "DNS 150000/0");
+    accounting_ = accounting(1); // not even for what it takes without a flow
+    pass(up(17, udp(50000, 50001, kNoise)));
+    EXPECT_EQ(accounting_->flows().size(), 0u);
+}
+
 TEST_F(PacketAccountingTest, SettledFlowsAreReleasedWhenTheyHaveBeenIdleForLong) {
     pass(kLookUp);
     pass(up(6, tcp(50000, 22, kPush | kAck, text("SSH-2.0-client\r\n"))));
@@ -365,6 +376,8 @@ TEST_F(PacketAccountingTest, MadeUpAddressesNeitherTakeAPlaceFromADeviceNorKeepO
     const Bytes offered = ipv4({192, 168, 1, 1}, Bytes(4, 255), 17, udp(67, 68, lease));
     pass(ethernet(forged(1), kGroup, 0x0800, offered));
     EXPECT_EQ(tables_.findUser(kTablet), nullptr) << "not the router's lease";
+    pass(ethernet(kRouter, kPc, 0x0800, ipv4(kServer, kPcAddress, 17, udp(67, 68, lease))));
+    EXPECT_EQ(tables_.findUser(kTablet), nullptr) << "a server's that it only passes on";
     pass(ethernet(kRouter, kGroup, 0x0800, offered));
     EXPECT_NE(tables_.findUser(kTablet), nullptr);
 

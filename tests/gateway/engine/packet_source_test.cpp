@@ -11,13 +11,41 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <linux/if_packet.h>
 #include <linux/if_tun.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
+
+namespace {
+
+long secondsAhead = 0;
+int refusedOption = 0; // of packet sockets
+
+} // namespace
+
+// The clock of this executable, which is not the kernel's, can be set ahead.
+extern "C" int gettimeofday(timeval *now, void *) noexcept {
+    timespec present{};
+    clock_gettime(CLOCK_REALTIME, &present);
+    *now = {.tv_sec = present.tv_sec + secondsAhead, .tv_usec = present.tv_nsec / 1000};
+    return 0;
+}
+
+extern "C" int setsockopt(int socket, int level, int option, const void *value,
+                          socklen_t size) noexcept {
+    if (level == SOL_PACKET && option == refusedOption) {
+        errno = ENOPROTOOPT;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_setsockopt, socket, level, option, value, size));
+}
 
 namespace idpfwd {
 namespace {
@@ -106,6 +134,17 @@ bool enterNetwork() {
     return unshare(geteuid() == 0 ? CLONE_NEWNET : CLONE_NEWNET | CLONE_NEWUSER) == 0;
 }
 
+bool setAddress(const char *name, const Mac &mac) {
+    const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    strncpy(request.ifr_name, name, IFNAMSIZ - 1);
+    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
+    std::copy(mac.begin(), mac.end(), request.ifr_hwaddr.sa_data);
+    const bool set = ioctl(control, SIOCSIFHWADDR, &request) == 0;
+    close(control);
+    return set;
+}
+
 // The router's tap interface: what is written to its descriptor arrives.
 int openTap(const char *name) {
     const int tap = open("/dev/net/tun", O_RDWR | O_CLOEXEC);
@@ -114,9 +153,7 @@ int openTap(const char *name) {
     strncpy(request.ifr_name, name, IFNAMSIZ - 1);
     request.ifr_flags = IFF_TAP | IFF_NO_PI;
     bool made = tap >= 0 && ioctl(tap, TUNSETIFF, &request) == 0;
-    request.ifr_hwaddr.sa_family = ARPHRD_ETHER;
-    std::copy(kRouter.begin(), kRouter.end(), request.ifr_hwaddr.sa_data);
-    made = made && ioctl(control, SIOCSIFHWADDR, &request) == 0;
+    made = made && setAddress(name, kRouter);
     request.ifr_flags = IFF_UP;
     made = made && ioctl(control, SIOCSIFFLAGS, &request) == 0;
     close(control);
@@ -144,15 +181,16 @@ class InterfaceTest : public PacketSourceTest, public testing::WithParamInterfac
             GTEST_SKIP() << "no tap interface in a namespace of its own: " << strerror(errno);
         source_ = openInterface(options_, error_);
         ASSERT_TRUE(source_) << error_;
+        EXPECT_EQ(source_->descriptor() != -1, GetParam() == 1) << "several have threads";
     }
 
     void TearDown() override { close(tap_); }
 
     // A look-up of 75 bytes to that server.
-    void lookUp(std::uint8_t server) const {
+    void lookUp(std::uint8_t server, const Mac &router = kRouter) const {
         const Bytes packet =
             ipv4({192, 168, 1, 10}, {203, 0, 113, server}, 17, udp(50000, 53, dnsQuery()));
-        const Bytes frame = ethernet(kPc, kRouter, 0x0800, packet);
+        const Bytes frame = ethernet(kPc, router, 0x0800, packet);
         EXPECT_EQ(write(tap_, frame.data(), frame.size()), static_cast<ssize_t>(frame.size()));
     }
 
@@ -179,6 +217,9 @@ TEST_P(InterfaceTest, IsTakenUpAgainWhenItComesBackAndEverythingCountsOnce) {
     EXPECT_EQ(source_->captureDrops(), 0U);
 
     CaptureStderr();
+    const Bytes forTheFirst = ethernet(kPc, kRouter, 0x0806, Bytes(46, 0));
+    for (int frame = 0; frame < 20'000; frame++) // another one finds the interface gone meanwhile
+        EXPECT_GT(write(tap_, forTheFirst.data(), forTheFirst.size()), 0);
     close(tap_);
     EXPECT_TRUE(workUntil(*source_, [&] { return source_->descriptor() == -1; }));
     tap_ = openTap("lan-test");
@@ -187,9 +228,42 @@ TEST_P(InterfaceTest, IsTakenUpAgainWhenItComesBackAndEverythingCountsOnce) {
         const auto locked = source_->lockTables();
         return source_->tables.rows().at(0).up_accl_byte > 7500;
     }));
-    EXPECT_THAT(GetCapturedStderr(), HasSubstr("packets are read again"));
+    EXPECT_THAT(GetCapturedStderr(), testing::AllOf(HasSubstr("interface disappeared; waiting"),
+                                                    HasSubstr("packets are read again")));
     source_->stop();
     EXPECT_TRUE(source_->finished());
+}
+
+// As a bridge's does when it gets another port; who has not noticed sends to the one before.
+TEST_P(InterfaceTest, IsNoClientByAnyAddressThatItHasHad) {
+    constexpr Mac kBridged = {2, 0, 0x5e, 0, 0, 2};
+    ASSERT_TRUE(setAddress("lan-test", kBridged));
+    source_->work();
+    lookUp(1, kBridged);
+    lookUp(1, kRouter);
+    EXPECT_TRUE(counts(150)) << dumpTables(*source_);
+}
+
+TEST_P(InterfaceTest, CannotBeSharedWhereTheKernelRefuses) {
+    for (const auto &[option, says] : {std::pair{PACKET_FANOUT, "cannot share"},
+                                       {PACKET_FANOUT_DATA, "cannot choose a reader"}}) {
+        refusedOption = option;
+        EXPECT_EQ(openInterface(options_, error_) == nullptr, GetParam() > 1);
+        EXPECT_THAT(error_, HasSubstr(GetParam() > 1 ? says : ""));
+    }
+    refusedOption = 0;
+}
+
+TEST_P(InterfaceTest, IsReadOnWhenTheClockIsSetBack) {
+    source_.reset();
+    secondsAhead = 3600;
+    source_ = openInterface(options_, error_);
+    secondsAhead = 0;
+    EXPECT_TRUE(workUntil(*source_, [&] {
+        lookUp(7);
+        const auto locked = source_->lockTables();
+        return !source_->tables.rows().empty();
+    }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Readers, InterfaceTest, testing::Values(1U, 2U));

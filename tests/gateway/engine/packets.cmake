@@ -14,6 +14,7 @@ add_executable(
   packets_test
   application_names_test.cpp
   dhcp_test.cpp
+  flow_keys_test.cpp
   ledger_test.cpp
   packet_accounting_test.cpp
   packet_source_test.cpp

@@ -110,6 +110,12 @@ TEST(Scenario, StepsByTimeComeInOrderAndAreAnnouncedByTheTimeout) {
     }
     EXPECT_EQ(downBytes(source), Numbers{3});
     EXPECT_GT(source.timeout(), 1000);
+
+    Scenario late(parseScenario(
+        R"({"steps": [{"generate": {"down": 1}, "repeat": {"times": 5, "every": 0.001}}]})"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    late.work();
+    EXPECT_EQ(downBytes(late), Numbers{5}) << "all that are late, in one turn";
 }
 
 TEST(Scenario, GeneratedLoadsChurnAndLeaveNothingBehind) {

@@ -86,18 +86,51 @@ TEST(Tables, WhatDoesNotFitCountsOnceWithAllItsTraffic) {
     EXPECT_EQ(tables.overflow().bytes, 4400U);
 }
 
-TEST(Tables, NumbersAreUniqueFrom1To63AndNotReusedAtOnce) {
+TEST(Tables, RefusedPairsAreRememberedUpToALimitAndForgottenWithTheirDevice) {
+    constexpr std::uint64_t kMost = 16384;
+    Tables tables;
+    for (std::uint32_t i = 0; i < kMaxRows; ++i)
+        tables.addTraffic(mac(i / 600), 1, static_cast<std::uint16_t>(i % 600), kTraffic, at(20));
+    for (std::uint32_t i = 0; i <= kMost; ++i)
+        tables.addTraffic(mac(100), 2, static_cast<std::uint16_t>(i), kTraffic, at(10));
+    EXPECT_EQ(tables.overflow().rows, kMost);
+    tables.forgetUnseen(at(40), 25);
+    EXPECT_EQ(tables.rows().size(), kMaxRows);
+    for (std::uint32_t i = 0; i < kMost; ++i)
+        tables.addTraffic(mac(1), 2, static_cast<std::uint16_t>(i), kTraffic, at(40));
+    EXPECT_EQ(tables.overflow().rows, 2 * kMost);
+
+    tables.seeUser(mac(1), at(40));
+    tables.forgetUnseen(at(60), 25);
+    for (std::uint32_t i = 0; i < kMaxRows - 600; ++i) // those that were refused, and others
+        tables.addTraffic(mac(1), 2, static_cast<std::uint16_t>(i), kTraffic, at(60));
+    tables.addTraffic(mac(1), 3, 1, kTraffic, at(60));
+    EXPECT_EQ(tables.overflow().rows, 2 * kMost + 1);
+}
+
+TEST(Tables, NumbersAreUniqueAndNotReusedAtOnce) {
     Tables tables;
     std::set<int> uids;
     for (std::uint32_t i = 0; i < kMaxUsers; ++i)
         uids.insert(tables.seeUser(mac(i), at(10))->uid);
     EXPECT_EQ(uids.size(), kMaxUsers);
-    EXPECT_EQ(*uids.rbegin(), 63);
     EXPECT_EQ(tables.seeUser(mac(100), at(20)), nullptr);
-    for (const std::uint32_t turn : {1, 2}) {
+    EXPECT_EQ(tables.seeUser(mac(100), at(20), kHasEarned)->uid, 64) << "somebody has left for it";
+    for (std::uint32_t turn = 1; turn <= 192; ++turn) {
         tables.forgetUnseen(at(100 * turn), 20);
-        EXPECT_EQ(tables.seeUser(mac(100), at(100 * turn))->uid, turn) << "free for longest";
+        const int next = tables.seeUser(mac(turn), at(100 * turn))->uid;
+        ASSERT_EQ(next, turn < 192 ? 64 + turn : 1U) << "free for longest";
     }
+}
+
+TEST(Tables, ADeviceThatGetsItsPlaceAtOnceWasNotRefused) {
+    Tables tables;
+    for (std::uint32_t i = 0; i < kMaxUsers; ++i)
+        tables.seeUser(mac(i), at(10), i == 0 ? kNoEvidence : kHasEarned);
+    EXPECT_NE(tables.seeUser(mac(100), at(20), kHasEarned), nullptr);
+    EXPECT_FALSE(tables.overflow().any());
+    EXPECT_EQ(tables.seeUser(mac(101), at(20), kHasEarned), nullptr);
+    EXPECT_EQ(tables.overflow().users, 1U);
 }
 
 } // namespace
