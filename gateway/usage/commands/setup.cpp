@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <ifaddrs.h>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <termios.h>
@@ -106,7 +107,7 @@ int setUp(const SetupOptions &options, std::istream &in, std::ostream &out) {
             << kPort << "; and setup --listen 127.0.0.1:" << kPort << ").\n";
         return 0;
     } catch (const std::exception &error) {
-        out << "traffic-usage setup: " << error.what() << "\n";
+        std::cerr << "traffic-usage setup: " << error.what() << "\n";
         return 1;
     }
 }

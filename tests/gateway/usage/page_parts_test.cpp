@@ -119,6 +119,7 @@ TEST_F(SetupTest, RefusesAndLeavesTheFileAlone) {
     for (const auto &[typed, listen] :
          {std::pair("short\n", "192.0.2.1:1"), {"", "192.0.2.1:1"}, {"correct horse\n", "nowhere"}})
         EXPECT_EQ(setUpWith(typed, listen), 1) << typed << listen;
+    EXPECT_THAT(out_.str(), Not(HasSubstr("200 bytes"))) << "a failure is told elsewhere";
     EXPECT_EQ(setUpWith(std::string(201, 'x')), 1);
     EXPECT_EQ(setUpWith("correct horse\n", ""), 1) << "there is no br0 with an address";
     EXPECT_EQ(readSettings(file()), before);
