@@ -113,6 +113,15 @@ TEST_F(SetupTest, KeepsAHashThatGrantsThePasswordAndNothingElseChanges) {
     EXPECT_THAT(out_.str(), HasSubstr("clear text"));
 }
 
+TEST_F(SetupTest, TakesAFileWithoutAFolder) {
+    const auto here = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.path());
+    std::istringstream in("correct horse\n");
+    EXPECT_EQ(setUp({"br0", "br0.json", "192.0.2.1:8080"}, in, out_), 0);
+    std::filesystem::current_path(here);
+    EXPECT_EQ(readSettings(folder_ / "br0.json").listen, "192.0.2.1:8080");
+}
+
 TEST_F(SetupTest, RefusesAndLeavesTheFileAlone) {
     ASSERT_EQ(setUpWith("correct horse\n"), 0);
     const Settings before = readSettings(file());
