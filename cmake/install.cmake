@@ -128,6 +128,12 @@ if(WORKSTATION)
       COMPONENT gateway
     )
     install_man_page(aws_json 8 gateway)
+    install(FILES docs/uplink.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT gateway)
+    install(
+      FILES packaging/uplink.conf
+      DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+      COMPONENT gateway
+    )
   endif()
 endif()
 if(WORKSTATION AND SYSTEMD_UNIT_DIR)

@@ -99,12 +99,14 @@ CommandLine parseCommandLine(int argc, const char *const *argv) {
     CLI::App app("Reports of many routers: from the buffer into the store, each once.",
                  "fleet-ingest");
     app.set_version_flag("--version", std::string("fleet-ingest ") + FLEET_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // one is asked for below: first a misspelt one is named
     addSetup(app, line.options);
     addIngest(app, line.options);
     addUpkeep(app, line.options);
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty())
+            throw CLI::RequiredError::Subcommand(1);
     } catch (const CLI::ParseError &error) {
         line.leave = app.exit(error) == 0 ? 0 : kBadUsage;
     }

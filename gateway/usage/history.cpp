@@ -63,10 +63,13 @@ void History::sample(Moment now) {
     refreshZone();
     if (!clockIsGood(now))
         return;
-    if (commitAt_ == 0) // what a scratch brought may be of an hour that has ended
+    const bool first = commitAt_ == 0;
+    if (first) // what a scratch brought may be of an hour that has ended
         commitAt_ =
             periodAt(Level::kHour, present_.lastSample != 0 ? present_.lastSample : now.wall).to;
     const auto reading = engine_.read();
+    if (first) // whichever it is, it is told
+        status_.engineAnswers = !reading.has_value();
     tellChange(status_.engineAnswers, reading.has_value(), "the engine answers",
                "the engine does not answer");
     if (reading) {

@@ -141,7 +141,7 @@ void addDevices(CLI::App &app, Chosen &chosen) {
 
 void addQuotas(CLI::App &app, Chosen &chosen) {
     CLI::App *quota = app.add_subcommand("quota", "Limits for a device or for all");
-    quota->require_subcommand(1);
+    quota->require_subcommand(0, 1);
     auto options = std::make_shared<QuotaOptions>();
     CLI::App *set = addCommand(*quota, chosen, "set", "Set a limit; prints its number");
     set->add_option("--device", options->mac, "For this MAC address (all devices together)");
@@ -184,7 +184,7 @@ int run(int argc, char **argv) {
     CLI::App app("Keeps the history of who used what on a gateway, and answers questions about it.",
                  "traffic-usage");
     app.set_version_flag("--version", "traffic-usage " TRAFFIC_USAGE_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // one is asked for below: first a misspelt one is named
     Chosen chosen;
     addServe(app, chosen);
     addSetup(app, chosen);
@@ -194,6 +194,8 @@ int run(int argc, char **argv) {
     addRest(app, chosen);
     try {
         app.parse(argc, argv);
+        if (!chosen.run)
+            throw CLI::RequiredError::Subcommand(1);
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : kWrongUsage;
     }

@@ -55,6 +55,10 @@ TEST(Options, ThatMakeNoSenseAreRefused) {
     };
     for (const auto &words : lines)
         EXPECT_EQ(parse(words).leave, 2) << (words.empty() ? "" : words.back());
+    testing::internal::CaptureStderr();
+    const char *misspelt[] = {"fleet-ingest", "rolup"};
+    EXPECT_EQ(parseCommandLine(2, misspelt).leave, 2);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("rolup"));
     EXPECT_EQ(parse({"--version"}).leave, 0);
     EXPECT_EQ(parse({"retain", "--help"}).leave, 0);
     EXPECT_EQ(parse({"retain", "--store", "http://a", "13"}).options.months, 13);

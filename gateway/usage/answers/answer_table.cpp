@@ -98,11 +98,20 @@ bool isAsked(const Json &usage, const char *name) {
     return std::find(usage["by"].begin(), usage["by"].end(), name) != usage["by"].end();
 }
 
-// "2026-11-21 21:18": what a person needs of a time.
-std::string shortTime(const Json &time) {
-    std::string text = time.get<std::string>().substr(0, 16);
+std::string timeUpTo(const Json &time, std::size_t length) {
+    std::string text = time.get<std::string>().substr(0, length);
     text[10] = ' ';
     return text;
+}
+
+// "2026-11-21 21:18": what a person needs of a time.
+std::string shortTime(const Json &time) {
+    return timeUpTo(time, 16);
+}
+
+// With the seconds: of the ends of a span that may be shorter than a minute.
+std::string exactTime(const Json &time) {
+    return timeUpTo(time, 19);
 }
 
 } // namespace
@@ -230,8 +239,8 @@ std::string remarks(const Json &state) {
     if (state["store"] == "set_aside")
         text += "A damaged store was put aside; the history begins anew after it.\n";
     for (const Json &gap : state["gaps"])
-        text += "Counted, but nobody knows when: between " + shortTime(gap["from"]) + " and " +
-                shortTime(gap["to"]) + ".\n";
+        text += "Counted, but nobody knows when: between " + exactTime(gap["from"]) + " and " +
+                exactTime(gap["to"]) + ".\n";
     const Json &lost = state["lost"];
     for (const char *name : {"devices", "rows", "packets", "bytes"}) {
         if (!lost[name].is_null() && lost[name] != 0)

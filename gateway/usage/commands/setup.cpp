@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <ifaddrs.h>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <termios.h>
@@ -97,7 +98,8 @@ int setUp(const SetupOptions &options, std::istream &in, std::ostream &out) {
             options.listen.empty() ? addressOf(options.instance) + ":" + kPort : options.listen;
         isLoopback(parseListen(settings.listen)); // refuses what is no address
         settings.passwordHash = hashOf(askPassword(in, out));
-        std::filesystem::create_directories(std::filesystem::path(options.settings).parent_path());
+        std::filesystem::create_directories(
+            std::filesystem::absolute(options.settings).parent_path());
         writeSettings(options.settings, settings);
         out << "The page will be at http://" << settings.listen
             << "/ when the service starts the next time; any user name goes with the password.\n"
@@ -106,7 +108,7 @@ int setUp(const SetupOptions &options, std::istream &in, std::ostream &out) {
             << kPort << "; and setup --listen 127.0.0.1:" << kPort << ").\n";
         return 0;
     } catch (const std::exception &error) {
-        out << "traffic-usage setup: " << error.what() << "\n";
+        std::cerr << "traffic-usage setup: " << error.what() << "\n";
         return 1;
     }
 }

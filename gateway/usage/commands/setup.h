@@ -14,7 +14,7 @@ struct SetupOptions {
 };
 
 // Asks on out, and reads one line from in without showing it when that is a terminal. 0, or 1 when
-// nothing was changed; the reason is told.
+// nothing was changed; the reason goes to standard error.
 int setUp(const SetupOptions &options, std::istream &in, std::ostream &out);
 
 } // namespace usage

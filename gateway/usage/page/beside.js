@@ -1,6 +1,6 @@
 // What stands beside the figures: what is missing in them, quotas, new devices.
 import {by, element, replace} from "./dom.js";
-import {clockWithSeconds, count, day, dayWithYear, moment, size} from "./format.js";
+import {count, dayWithYear, exactMoment, size} from "./format.js";
 
 const say = (kind, text, ...more) => element("p", {class: kind}, text, ...more);
 
@@ -8,7 +8,7 @@ function gapList(gaps) {
   if (gaps.length === 0) return null;
   const text = gaps.length === 1 ? "1 gap: counted, but not when" : `${count(gaps.length)} gaps: counted, but not when`;
   return element("details", {}, element("summary", {}, text),
-    element("ul", {class: "plain"}, ...gaps.map(gap => element("li", {}, `${moment(gap.from)} to ${moment(gap.to)}`))));
+    element("ul", {class: "plain"}, ...gaps.map(gap => element("li", {}, `${exactMoment(gap.from)} to ${exactMoment(gap.to)}`))));
 }
 
 function losses(lost) {
@@ -31,7 +31,7 @@ export function drawHealth(state) {
   const lost = losses(state.lost ?? {});
   if (told.length === 0 && !gaps && lost?.className !== "warn") told.push(say("good", "Nothing that we know of."));
   told.push(...[lost, gaps].filter(Boolean));
-  told.push(say("quiet", state.last_sample ? `Last good sample ${day(state.last_sample)} ${clockWithSeconds(state.last_sample)}` : "There was no sample yet."));
+  told.push(say("quiet", state.last_sample ? `Last good sample ${exactMoment(state.last_sample)}` : "There was no sample yet."));
   replace(by("health"), ...told);
 }
 

@@ -43,7 +43,7 @@ export const clock = time => time.slice(11, 16);
 export const clockWithSeconds = time => time.slice(11, 19);
 export const day = time => `${Number(time.slice(8, 10))} ${months[Number(time.slice(5, 7)) - 1]}`;
 export const dayWithYear = time => `${day(time)} ${time.slice(0, 4)}`;
-export const moment = time => `${day(time)} ${clock(time)}`;
+export const exactMoment = time => `${day(time)} ${clockWithSeconds(time)}`;
 
 export function bucket(time, step) {
   if (step === "hour") return clock(time);

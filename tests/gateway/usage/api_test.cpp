@@ -240,12 +240,12 @@ TEST(TableTest, RemarksTellWhatIsNotAsItShouldBe) {
     EXPECT_EQ(remarks(fine), "\nLast sample: 2026-11-21 12:00.\n");
     const Json bad = Json::parse(R"({"last_sample": null, "engine": "unreachable",
         "clock": "waiting", "store": "full",
-        "gaps": [{"from": "2026-11-21T12:00:00+00:00", "to": "2026-11-21T13:00:00+00:00"}],
+        "gaps": [{"from": "2026-11-21T12:00:03+00:00", "to": "2026-11-21T12:00:08+00:00"}],
         "lost": {"devices": 0, "rows": 0, "packets": 0, "bytes": 7}})");
     const std::string told = remarks(bad);
     EXPECT_THAT(told, HasSubstr("There was no sample yet.\nThe engine does not answer.\nSamples "));
     EXPECT_THAT(told, HasSubstr("The store can't be written"));
-    EXPECT_THAT(told, HasSubstr("between 2026-11-21 12:00 and 2026-11-21 13:00.\n"));
+    EXPECT_THAT(told, HasSubstr("between 2026-11-21 12:00:03 and 2026-11-21 12:00:08.\n"));
     EXPECT_THAT(told, HasSubstr("Not counted since the engine started: 7 bytes.\n"));
     EXPECT_THAT(told, Not(HasSubstr("packets")));
 }

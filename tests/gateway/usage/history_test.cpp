@@ -84,6 +84,15 @@ TEST_F(HistoryTest, AScratchThatFollowsAnotherCommitIsNotUsed) {
     EXPECT_EQ(total(), engine.truth);
 }
 
+TEST_F(HistoryTest, AnEngineThatIsMissedIsToldOnceFromTheStartOn) {
+    engine.answers = false;
+    for (const Seconds later : {0, 5})
+        sampleAt(kStart + later);
+    engine.answers = true;
+    sampleAt(kStart + 10);
+    EXPECT_EQ(told, "the engine does not answer\nthe engine answers\n");
+}
+
 TEST_F(HistoryTest, SamplesWaitForAClockThatIsBehindOrLeapsAhead) {
     sampleAt(100);
     EXPECT_TRUE(history->status().clockWaits);

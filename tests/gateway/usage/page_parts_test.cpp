@@ -113,12 +113,22 @@ TEST_F(SetupTest, KeepsAHashThatGrantsThePasswordAndNothingElseChanges) {
     EXPECT_THAT(out_.str(), HasSubstr("clear text"));
 }
 
+TEST_F(SetupTest, TakesAFileWithoutAFolder) {
+    const auto here = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.path());
+    std::istringstream in("correct horse\n");
+    EXPECT_EQ(setUp({"br0", "br0.json", "192.0.2.1:8080"}, in, out_), 0);
+    std::filesystem::current_path(here);
+    EXPECT_EQ(readSettings(folder_ / "br0.json").listen, "192.0.2.1:8080");
+}
+
 TEST_F(SetupTest, RefusesAndLeavesTheFileAlone) {
     ASSERT_EQ(setUpWith("correct horse\n"), 0);
     const Settings before = readSettings(file());
     for (const auto &[typed, listen] :
          {std::pair("short\n", "192.0.2.1:1"), {"", "192.0.2.1:1"}, {"correct horse\n", "nowhere"}})
         EXPECT_EQ(setUpWith(typed, listen), 1) << typed << listen;
+    EXPECT_THAT(out_.str(), Not(HasSubstr("200 bytes"))) << "a failure is told elsewhere";
     EXPECT_EQ(setUpWith(std::string(201, 'x')), 1);
     EXPECT_EQ(setUpWith("correct horse\n", ""), 1) << "there is no br0 with an address";
     EXPECT_EQ(readSettings(file()), before);

@@ -56,6 +56,8 @@ class CommandTest(ServiceTest):
                               (2, ["show", "--since", "1d", "--from", "2d"]), (2, ["forget"]), (2, ["frobnicate"]),
                               (1, ["forget", "02:ff:ff:ff:ff:ff"]), (1, ["backup", copy])):
             self.assertEqual(asked.run(*words).returncode, status, words)
+        for misspelt in (["shwo"], ["quota", "sett"]):
+            self.assertIn(misspelt[-1], asked.run(*misspelt).stderr)
 
         # Everything that an engine can know, in one answer and in one file.
         usage = asked.show("--by", "device,application")
