@@ -111,6 +111,8 @@ HttpReply changeQuota(History &history, const Body &body) {
     quota.per = per == "day" ? QuotaPeriod::kDay : QuotaPeriod::kMonth;
     if (body.has("starts_on"))
         quota.startsOn = static_cast<int>(body.number("starts_on", 1, 31));
+    if (quota.per == QuotaPeriod::kDay && quota.startsOn != 1)
+        throw BadParameter("starts_on", "starts_on is for months");
     if (!history.addQuota(quota))
         return done(false);
     return reply("{\"schema\":1,\"number\":" +

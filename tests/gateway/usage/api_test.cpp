@@ -139,6 +139,7 @@ TEST_F(ApiTest, RefusesWhatItDoesNotUnderstandAndSaysWhichPart) {
     for (const char *body : {R"({"total":0,"per":"day"})", R"({"total":-1,"per":"day"})",
                              R"({"total":1.5,"per":"day"})", R"({"total":1,"per":"week"})",
                              R"({"total":1,"per":"month","starts_on":32})",
+                             R"({"total":1,"per":"day","starts_on":7})",
                              R"({"mac":"x","total":1,"per":"day"})", R"({"remove":0})"})
         EXPECT_EQ(post("quota", body), 400) << body;
     EXPECT_EQ(post("quota", R"({"remove":9})"), 404);
