@@ -91,9 +91,9 @@ struct Metas {
     [[nodiscard]] std::size_t newest() const {
         return both[0].transaction < both[1].transaction ? 1 : 0;
     }
+    // To the byte: one that was just being written may have been read in part.
     [[nodiscard]] bool same_as(const Metas &other) const {
-        return both[0].transaction == other.both[0].transaction &&
-               both[1].transaction == other.both[1].transaction;
+        return memcmp(&both, &other.both, sizeof both) == 0;
     }
 };
 
@@ -254,11 +254,12 @@ int store::check_file(int data) {
     for (;;) {
         struct stat status {};
         Metas before;
-        if (fstat(data, &status) != 0)
+        const bool begun = read_metas(data, before);
+        if (fstat(data, &status) != 0) // now: whatever these speak of has been written before them
             return errno;
         if (status.st_size == 0)
             return 0;
-        if (!read_metas(data, before))
+        if (!begun)
             return MDB_INVALID;
         const int result = check_newest(data, static_cast<Word>(status.st_size), before);
         Metas after;

@@ -12,9 +12,11 @@
 #include <random>
 #include <string>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -28,6 +30,8 @@ std::string contents(const std::filesystem::path &file) {
 // What a loss of power cannot take any more, while a test asks for it.
 bool power_is_unsafe = false;
 std::string on_disk;
+
+std::function<void()> before_next_pread;
 
 int set(const std::string &name, const std::string &value) {
     return kelpNvramConfig_set(name.c_str(), value.c_str());
@@ -50,6 +54,14 @@ extern "C" int fdatasync(int descriptor) {
         on_disk = contents("/proc/self/fd/" + std::to_string(descriptor));
     return 0;
 }
+
+#ifdef __LP64__ // elsewhere it has another name
+extern "C" ssize_t pread(int descriptor, void *to, std::size_t size, off_t at) {
+    if (const auto once = std::exchange(before_next_pread, nullptr))
+        once();
+    return syscall(SYS_pread64, descriptor, to, size, at);
+}
+#endif
 
 TEST_F(Nvram, NamesAndValuesAreTakenUpToTheirLimitsAndMatchedExactly) {
     inProcess([] {
@@ -190,6 +202,28 @@ TEST_F(Nvram, ManyThreadsReadWhileTheOthersLive) {
                 EXPECT_EQ(get("name"), "value");
                 all.arrive_and_wait();
             });
+    });
+}
+
+// The first looks at the file before it opens it.
+TEST_F(Nvram, AStoreMayGrowWhileAnotherProcessOpensIt) {
+    inProcess([] {
+        const pid_t other = startProcess([] {
+            set("name", "value");
+            raise(SIGSTOP);
+            EXPECT_EQ(set("large", std::string(60000, 'x')), 0);
+        });
+        waitpid(other, nullptr, WUNTRACED);
+        const auto grow = [other] {
+            kill(other, SIGCONT);
+            EXPECT_EQ(statusOf(other), 0);
+        };
+#ifdef __LP64__
+        before_next_pread = grow;
+#else
+        grow();
+#endif
+        EXPECT_EQ(get("large").size(), 60000U);
     });
 }
 
