@@ -136,11 +136,11 @@ TEST_F(ApiTest, RefusesWhatItDoesNotUnderstandAndSaysWhichPart) {
     for (const char *body : {"", "[]", "{", R"({"mac":1})", R"({"mac":"x","name":"y"})",
                              R"({"mac":"02:00:00:00:00:01","nickname":"y"})"})
         EXPECT_EQ(post("device", body), 400) << body;
-    for (const char *body : {R"({"total":0,"per":"day"})", R"({"total":-1,"per":"day"})",
-                             R"({"total":1.5,"per":"day"})", R"({"total":1,"per":"week"})",
-                             R"({"total":1,"per":"month","starts_on":32})",
-                             R"({"total":1,"per":"day","starts_on":7})",
-                             R"({"mac":"x","total":1,"per":"day"})", R"({"remove":0})"})
+    for (const char *body :
+         {R"({"total":0,"per":"day"})", R"({"total":-1,"per":"day"})",
+          R"({"total":1.5,"per":"day"})", R"({"total":1,"per":"week"})",
+          R"({"total":1,"per":"month","starts_on":32})", R"({"total":1,"per":"day","starts_on":7})",
+          R"({"mac":"x","total":1,"per":"day"})", R"({"remove":0})"})
         EXPECT_EQ(post("quota", body), 400) << body;
     EXPECT_EQ(post("quota", R"({"remove":9})"), 404);
     EXPECT_EQ(post("forget", R"({"mac":"02:ff:ff:ff:ff:ff"})"), 404);
