@@ -60,6 +60,7 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD " --scenario /none")), 1);
     EXPECT_EQ(WEXITSTATUS(std::system(IDPFWD)), 2);
     const Scratch scratch;
+    const auto here = std::filesystem::current_path();
     std::filesystem::current_path(scratch.path());
     scratch.write("s.json", R"({"applications": {"A": {"category": 1, "id": 1}}, "steps": [{}]})");
     const std::string noFolder = "s.json/y/x";
@@ -72,6 +73,7 @@ TEST_F(IdpfwdTest, FailuresHaveStatusOneOrTwo) {
         EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 1);
         EXPECT_THAT(scratch.read("said"), HasSubstr(said));
     }
+    std::filesystem::current_path(here);
 }
 
 } // namespace
